@@ -1,0 +1,264 @@
+#include "machine.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QRegularExpression>
+#include <QSaveFile>
+#include <QSet>
+#include <QTextCodec>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+namespace
+{
+
+/// Every key of a machine file, with the value that stands for a missing one; "*" stands for any key. No
+/// interface is there unless the file holds it.
+const char modelFile[] = R"({
+    "system": {"major": 10, "minor": 0, "x64": true, "wmic": true},
+    "driver": "",
+    "interfaces": [{"name": "", "id": "", "enabled": true, "listedFromRead": 1}],
+    "faults": {
+        "wmi": {"CoInitializeEx": 0, "CoInitializeSecurity": 0, "CoCreateInstance": 0,
+                "ConnectServer": 0, "CoSetProxyBlanket": 0, "ExecQuery": 0},
+        "tools": {"devcon install": 0, "devcon update": 0, "devcon remove": 0,
+                  "powershell": 0, "netsh": 0, "wmic": 0},
+        "updateRenames": {"*": ""},
+        "acceptTakenNames": false,
+        "createAtOnce": 1,
+        "listNewFromRead": 1,
+        "noLogFolder": false
+    }
+})";
+
+const char wmicInventory[] = "nic where Description='TAP-Windows Adapter V9' get NetConnectionID, PNPDeviceID";
+const char powershellInventory[] =
+    R"(-NonInteractive -Command "& { Get-WmiObject -Class Win32_NetworkAdapter )"
+    R"(-Filter """Description='TAP-Windows Adapter V9'""" | Format-Table  -HideTableHeaders )"
+    R"(-Property  'NetConnectionID', 'PNPDeviceID' } ")";
+
+const struct {
+    const char *tool;
+    const char *pattern;
+} adapterCommands[] = {
+    {"powershell", R"(-NonInteractive -Command +"(?<state>Enable|Disable)-NetAdapter )"
+                   R"(-Name '(?<name>[^']*)' -Confirm:\$False ")"},
+    {"powershell", R"(-NonInteractive -Command +"Rename-NetAdapter -Name '(?<name>[^']*)' -NewName '(?<to>[^']*)' ")"},
+    {"netsh", "interface set interface name='(?<name>[^']*)' admin=(?<state>ENABLE|DISABLE)D"},
+    {"netsh", "interface set interface name='(?<name>[^']*)' newname='(?<to>[^']*)'"},
+};
+
+[[noreturn]] void stop(const QString &message)
+{
+    std::fprintf(stderr, "%s\n", message.toUtf8().constData());
+    std::exit(2);
+}
+
+QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &place)
+{
+    if (given.isUndefined())
+        given = model.isArray() ? QJsonArray() : model.isObject() ? QJsonObject() : model;
+    if (given.type() != model.type() || (given.isDouble() && given.toDouble() != given.toInt()))
+        stop(place + ": expected a value such as " + model.toVariant().toString());
+    if (given.isArray()) {
+        QJsonArray array = given.toArray();
+        for (int i = 0; i < array.size(); ++i)
+            array[i] = complete(array[i], model[0], QString("%1[%2]").arg(place).arg(i));
+        return array;
+    }
+    if (!given.isObject())
+        return given;
+    QJsonObject object = given.toObject();
+    const QJsonObject keys = model.toObject();
+    for (const QString &key : object.keys() + keys.keys()) {
+        if (key == "*")
+            continue;
+        const QJsonValue keyModel = keys.contains(key) ? keys[key] : keys.value("*");
+        if (keyModel.isUndefined())
+            stop(place + "." + key + ": unknown key");
+        object[key] = complete(object.value(key), keyModel, place + "." + key);
+    }
+    return object;
+}
+
+int answer(QByteArray &output, const QString &text, int exitCode)
+{
+    output = text.toUtf8() + "\r\n";
+    return exitCode;
+}
+
+} // namespace
+
+Machine::Machine(const QString &path) : m_path(path)
+{
+    QByteArray text = "{}";
+    QFile file(path);
+    if (file.exists()) {
+        if (!file.open(QIODevice::ReadOnly))
+            stop(path + ": " + file.errorString());
+        text = file.readAll();
+    }
+    QJsonParseError error;
+    const QJsonDocument given = QJsonDocument::fromJson(text, &error);
+    if (error.error != QJsonParseError::NoError)
+        stop(QString("%1: at byte %2: %3").arg(path).arg(error.offset).arg(error.errorString()));
+    m_state = complete(given.isArray() ? QJsonValue(given.array()) : given.object(),
+                       QJsonDocument::fromJson(modelFile).object(), path + ": ")
+                  .toObject();
+    for (const QJsonValue entry : m_state["interfaces"].toArray()) {
+        m_interfaces.append({entry["name"].toString(), entry["id"].toString(), entry["enabled"].toBool(),
+                             entry["listedFromRead"].toInt()});
+    }
+    if (!file.exists())
+        save();
+}
+
+void Machine::save()
+{
+    QJsonArray interfaces;
+    for (const Interface &each : m_interfaces) {
+        interfaces.append(QJsonObject{
+            {"name", each.name}, {"id", each.id}, {"enabled", each.enabled}, {"listedFromRead", each.listedFromRead}});
+    }
+    m_state["interfaces"] = interfaces;
+    QSaveFile file(m_path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(m_state).toJson()) < 0 || !file.commit())
+        stop(m_path + ": " + file.errorString());
+}
+
+QVector<Machine::Interface> Machine::listInterfaces()
+{
+    QVector<Interface> listed;
+    for (Interface &each : m_interfaces) {
+        if (each.listedFromRead <= 1)
+            listed.append(each);
+        else
+            --each.listedFromRead;
+    }
+    if (listed.size() < m_interfaces.size())
+        save();
+    return listed;
+}
+
+int Machine::devcon(const QStringList &arguments, QByteArray &output)
+{
+    const QString verb = arguments.value(0);
+    // As with the real tool, 1 means that all is done and a restart is needed.
+    const int exitCode = fault("devcon " + verb);
+    if (exitCode > 1)
+        return answer(output, "devcon failed.", exitCode);
+
+    const bool withInf = arguments.size() == 3 && arguments[2] == "tap0901";
+    if (withInf && (verb == "install" || verb == "update")) {
+        if (arguments[1].isEmpty() || (verb == "update" && m_interfaces.isEmpty()))
+            return answer(output, "devcon failed.", 2);
+        m_state["driver"] = arguments[1];
+        if (verb == "install") {
+            for (int i = 0; i < faults()["createAtOnce"].toInt(); ++i)
+                createInterface();
+        } else {
+            const QJsonObject renames = faults()["updateRenames"].toObject();
+            for (Interface &each : m_interfaces)
+                each.name = renames.value(each.name).toString(each.name);
+        }
+        save();
+        return answer(output, "Drivers installed successfully.", exitCode);
+    }
+    if (verb == "remove" && arguments.size() == 2) {
+        const QString target = arguments[1];
+        const auto end = std::remove_if(m_interfaces.begin(), m_interfaces.end(), [&](const Interface &each) {
+            return target == "tap0901" || target == "@" + each.id;
+        });
+        const int count = int(m_interfaces.end() - end);
+        m_interfaces.erase(end, m_interfaces.end());
+        if (target == "tap0901")
+            m_state["driver"] = "";
+        else if (count == 0)
+            return answer(output, "No devices were removed.", 2);
+        save();
+        return answer(output, QString("%1 device(s) were removed.").arg(count), exitCode);
+    }
+    return answer(output, "devcon does not understand: " + arguments.join(' '), 3);
+}
+
+int Machine::run(const QString &tool, const QString &arguments, QByteArray &output)
+{
+    if (tool == "wmic" && !system()["wmic"].toBool())
+        return answer(output, "'wmic' is not recognized as an internal or external command.", 1);
+    if (fault(tool) != 0)
+        return answer(output, tool + " failed.", fault(tool));
+
+    const QString line = arguments.trimmed();
+    if (tool == "wmic" && line == wmicInventory) {
+        output = inventoryText("NetConnectionID  PNPDeviceID\r\n");
+        return 0;
+    }
+    // Without a heading, an empty line comes first.
+    if (tool == "powershell" && line == powershellInventory) {
+        output = inventoryText("\r\n");
+        return 0;
+    }
+    for (const auto &command : adapterCommands) {
+        const QRegularExpression pattern(QRegularExpression::anchoredPattern(command.pattern));
+        const QRegularExpressionMatch match = pattern.match(line);
+        if (tool == command.tool && match.hasMatch())
+            return changeAdapter(match.captured("name"), match.captured("state"), match.captured("to"), output);
+    }
+    return answer(output, tool + " does not understand: " + arguments, 1);
+}
+
+int Machine::find(const QString &name) const
+{
+    const auto found = std::find_if(m_interfaces.begin(), m_interfaces.end(),
+                                    [&](const Interface &each) { return each.name == name; });
+    return found == m_interfaces.end() ? -1 : int(found - m_interfaces.begin());
+}
+
+void Machine::createInterface()
+{
+    QSet<QString> ids;
+    for (const Interface &each : m_interfaces)
+        ids.insert(each.id);
+    QString name = "Ethernet";
+    for (int number = 2; find(name) >= 0; ++number)
+        name = QString("Ethernet %1").arg(number);
+    QString id;
+    for (int number = 0; id.isEmpty() || ids.contains(id); ++number)
+        id = QString(R"(ROOT\NET\%1)").arg(number, 4, 10, QChar('0'));
+    m_interfaces.append({name, id, true, faults()["listNewFromRead"].toInt()});
+}
+
+/// Sets the state, or the name when no state is given.
+int Machine::changeAdapter(const QString &name, const QString &state, const QString &newName, QByteArray &output)
+{
+    const int at = find(name);
+    if (at < 0)
+        return answer(output, "No interface has the name " + name, 1);
+    if (!state.isEmpty()) {
+        m_interfaces[at].enabled = state.startsWith("enable", Qt::CaseInsensitive);
+    } else {
+        const bool taken = newName != name && find(newName) >= 0;
+        if (newName.isEmpty() || (taken && !faults()["acceptTakenNames"].toBool()))
+            return answer(output, "This name cannot be given: " + newName, 1);
+        m_interfaces[at].name = newName;
+        // Of two bearers of a name, a command means the one that has borne it longer.
+        if (taken)
+            m_interfaces.append(m_interfaces.takeAt(at));
+    }
+    save();
+    output.clear();
+    return 0;
+}
+
+QByteArray Machine::inventoryText(const QString &heading)
+{
+    QString text;
+    for (const Interface &each : listInterfaces())
+        text += each.name + "  " + each.id + "  \r\n";
+    if (!text.isEmpty())
+        text.prepend(heading);
+    return QTextCodec::codecForName("UTF-16LE")->fromUnicode(text);
+}

@@ -1,0 +1,107 @@
+/// The host of the program: a simulated machine in the file that MORDWELL_MACHINE names. The folder beside it,
+/// "<file>.files", is the current one and holds the log and, under its Windows path, wmic.
+#include "host.h"
+#include "machine.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonValue>
+#include <QRegularExpression>
+#include <QThread>
+
+namespace
+{
+
+const char wmicTool[] = R"(C:\Windows\System32\wbem\WMIC.exe)";
+
+class MachineHost : public Host
+{
+public:
+    explicit MachineHost(const QString &path) : m_machine(path), m_path(path)
+    {
+        QDir().mkpath(path + ".files");
+        QDir::setCurrent(path + ".files");
+        if (m_machine.system()["wmic"].toBool())
+            QFile(wmicTool).open(QIODevice::WriteOnly);
+        else
+            QFile::remove(wmicTool);
+    }
+
+    int runTool(const QString &program, const QStringList &arguments, QString &output) override
+    {
+        const QString bits = win64Sys() ? "x64" : "x86";
+        QByteArray bytes = "No such program: " + program.toUtf8();
+        int exitCode = -1;
+        if (program == R"(C:\Program Files//HalvaneRelayKit/bin/devcon-)" + bits + ".exe")
+            exitCode = m_machine.devcon(arguments, bytes);
+        output = QString::fromUtf8(bytes);
+        return exitCode;
+    }
+
+    int runCommandLine(const QString &commandLine, QByteArray &output) override
+    {
+        const QRegularExpression form(R"re(^(?:cmd /c (powershell|wmic)|(netsh)\.exe) (.*?)(?:> "([^"]*)" ?)?$)re");
+        const QRegularExpressionMatch match = form.match(commandLine);
+        if (!match.hasMatch()) {
+            output = "No such command: " + commandLine.toUtf8();
+            return 1;
+        }
+        QFile target(match.captured(4));
+        const bool redirected = !match.captured(4).isNull();
+        if (redirected && !target.open(QIODevice::WriteOnly)) {
+            output = "No such file: " + target.fileName().toUtf8();
+            return 1;
+        }
+        const int exitCode = m_machine.run(match.captured(1) + match.captured(2), match.captured(3), output);
+        // What a failing tool writes goes to standard error, which is not redirected.
+        if (redirected && exitCode == 0) {
+            target.write(output);
+            output.clear();
+        }
+        return exitCode;
+    }
+
+    HRESULT comCall(const QString &function, const QString &) override
+    {
+        return m_machine.faults()["wmi"].toObject()[function].toInt();
+    }
+
+    QVector<WmiRow> wmiRows() override
+    {
+        QVector<WmiRow> rows;
+        for (const Machine::Interface &each : m_machine.listInterfaces())
+            rows.append({{"NetConnectionID", {0, VT_BSTR, each.name}}, {"PNPDeviceID", {0, VT_BSTR, each.id}}});
+        return rows;
+    }
+
+    bool win64Sys() override { return m_machine.system()["x64"].toBool(); }
+
+    int winVersion(int *major, int *minor) override
+    {
+        *major = m_machine.system()["major"].toInt();
+        *minor = m_machine.system()["minor"].toInt();
+        return 0;
+    }
+
+    QString commonLogDir(const QString &subdir) override
+    {
+        // No folder can be made below a file.
+        const QString folder = m_machine.faults()["noLogFolder"].toBool() ? m_path : QDir::currentPath();
+        return folder + "/log" + (subdir.isEmpty() ? "" : "/" + subdir);
+    }
+
+    void sleep(unsigned milliseconds) override { QThread::msleep(milliseconds); }
+
+private:
+    Machine m_machine;
+    QString m_path;
+};
+
+} // namespace
+
+Host &host()
+{
+    static MachineHost machine(QFileInfo(qEnvironmentVariable("MORDWELL_MACHINE", "machine.json")).absoluteFilePath());
+    return machine;
+}
