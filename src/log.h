@@ -12,8 +12,7 @@ inline QDebug logStatement(const char *level, const char *file, const char *func
 {
     QDebug stream = qDebug();
     stream.nospace() << QDateTime::currentDateTime().toString().toLocal8Bit().constData() << " ["
-                     << static_cast<const void *>(QThread::currentThreadId()) << "] [" << level << "] ["
-                     << "Halvane Relay Kit"
-                     << ":" << file << ":" << function << "():" << line << "] ";
+                     << static_cast<const void *>(QThread::currentThreadId()) << "] [" << level
+                     << "] [Halvane Relay Kit:" << file << ":" << function << "():" << line << "] ";
     return stream;
 }

@@ -41,6 +41,7 @@ const char usage[] = "Usage: Mordwell <command>, where COMMAND is one of:       
 
 int logUsage(Tap &)
 {
+    // As a QString its line ends are escaped, so the whole text is one line of the log.
     STATEMENT("debug") << QString(usage);
     return 0;
 }
@@ -51,7 +52,7 @@ int list(Tap &tap)
     return 0;
 }
 
-// An interface that is not there is as good as removed, so no failure of this operation fails the run.
+// Whatever made it fail, with the interface absent or still there, is only logged: this command always ends well.
 int removeInterface(Tap &tap)
 {
     if (tap.removeInterface() != 0)
@@ -93,6 +94,7 @@ bool openLog(Tap &tap)
     if (!logFile.open(QIODevice::WriteOnly | QIODevice::Text))
         return false;
     logStream.setDevice(&logFile);
+    // Not for the log itself: it goes to Qt's own output, for whoever looks for the log.
     qDebug().nospace() << "Logging to: " << tap.logPath();
     qInstallMessageHandler(logHandler);
     return true;
@@ -102,6 +104,7 @@ bool openLog(Tap &tap)
 
 int main(int argc, char **argv)
 {
+    // The two bad ends are told apart by the source line of their statement alone.
     Tap tap;
     if (!openLog(tap)) {
         STATEMENT("ERROR");

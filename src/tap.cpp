@@ -58,9 +58,10 @@ struct ComPointer {
 bool failed(HRESULT result, const char *text)
 {
     const long code = errorCode(result);
-    if (code < 0)
-        STATEMENT("ERROR", "ZELK::readInterfacesProgrammatically") << text << code;
-    return code < 0;
+    if (code >= 0)
+        return false;
+    STATEMENT("ERROR", "ZELK::readInterfacesProgrammatically") << text << code;
+    return true;
 }
 
 /// Reads one property of a row by way of `value`, logs it behind `label` and clears `value`. Gives false,
@@ -83,7 +84,8 @@ QString makeScratchName()
     return file.fileName();
 }
 
-/// Takes the rows behind the heading: the last field is the id, those before it are words of the name.
+/// Takes the rows behind the heading: the last field is the id, those before it are words of the name. The first
+/// line counts as heading whichever tool wrote it, also where powershell was asked for none.
 void parseInventory(const QString &text, InterfaceMap &interfaces)
 {
     const QStringList lines = text.trimmed().split(QChar('\n'), Qt::SkipEmptyParts);
@@ -99,7 +101,8 @@ void parseInventory(const QString &text, InterfaceMap &interfaces)
     }
 }
 
-/// Runs the device console tool and logs what it wrote. The caller has written its own entry statement.
+/// Runs the device console tool and logs what it wrote. The caller has written the entry statement, since building
+/// the arguments can log something that belongs behind it.
 int runDevcon(const char *function, ZELK::Tap &tap, const QStringList &arguments)
 {
     QString output;
@@ -127,10 +130,10 @@ int runAdapterCommand(const char *function, const QString &powershell, const cha
     return 0;
 }
 
-// Windows takes two slashes in a row for one.
 QString packageFolder()
 {
-    return QString::fromUtf8(qgetenv("ProgramFiles") + "/" + "/HalvaneRelayKit");
+    // Windows takes two slashes in a row for one.
+    return QString::fromUtf8(qgetenv("ProgramFiles") + "//HalvaneRelayKit");
 }
 
 QSet<QString> ids(const InterfaceMap &interfaces)
@@ -152,7 +155,8 @@ int ZELK::readInterfacesProgrammatically(InterfaceMap &interfaces)
     ComPointer<IWbemLocator> locator;
     ComPointer<IWbemServices> services;
 
-    // Once per process: as long as COM has stayed up since an earlier call, this gives RPC_E_TOO_LATE.
+    // Security is set once per process: on a later call of the same run this may give RPC_E_TOO_LATE, which is a
+    // failure like any other and leads to the commands.
     result = CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_DEFAULT, RPC_C_IMP_LEVEL_IMPERSONATE,
                                   nullptr, EOAC_NONE, nullptr);
     if (failed(result, "Failed to initialize security. Error code = "))
@@ -184,7 +188,7 @@ int ZELK::readInterfacesProgrammatically(InterfaceMap &interfaces)
     for (;;) {
         ComPointer<IWbemClassObject> row;
         ULONG returned = 0;
-        enumerator->Next(WBEM_INFINITE, 1, &row.pointer, &returned);
+        enumerator->Next(static_cast<long>(WBEM_INFINITE), 1, &row.pointer, &returned);
         if (returned == 0)
             return 0;
 
@@ -204,7 +208,7 @@ QString ZELK::Tap::logDir()
 
 QString ZELK::Tap::logPath()
 {
-    return libtessark::getCommonLogDir("") + "/" + "tap-log.txt";
+    return logDir() + "/tap-log.txt";
 }
 
 ZELK::InterfaceMap ZELK::Tap::readInterfaces()
@@ -228,13 +232,13 @@ ZELK::InterfaceMap ZELK::Tap::readInterfaces()
         return interfaces;
     }
 
-    // A file that does not open is not read: Qt would put a warning of its own into the log.
+    // A file that is not there is not read: Qt would put a warning of its own into the log.
     QFile scratch(scratchName);
     output = scratch.open(QIODevice::ReadOnly) ? scratch.readAll() : QByteArray();
     scratch.close();
     scratch.remove();
 
-    // Redirected, wmic writes UTF-16LE.
+    // Redirected, wmic writes UTF-16LE; what powershell wrote is read alike.
     parseInventory(QTextCodec::codecForName("UTF-16LE")->toUnicode(output), interfaces);
     return interfaces;
 }
@@ -254,7 +258,7 @@ int ZELK::Tap::update()
 int ZELK::Tap::remove()
 {
     STATEMENT("trace", "ZELK::Tap::remove");
-    return runDevcon("ZELK::Tap::remove", *this, QStringList{"remove", "tap0901"});
+    return runDevcon("ZELK::Tap::remove", *this, {"remove", "tap0901"});
 }
 
 int ZELK::Tap::removeInterface()
@@ -325,7 +329,8 @@ int ZELK::Tap::check()
             return -1;
     }
 
-    // The names of the old inventory are the ones in force again, so it tells whether the interface is there.
+    // The names of the old inventory are in force again, while the new one still holds those that the update left;
+    // to addInterface() only its ids and its size matter.
     if (oldInterfaces.contains(tapName)) {
         STATEMENT("debug", "ZELK::Tap::check") << "Tap interface already present";
     } else if (addInterface(newInterfaces) != 0) {
@@ -361,11 +366,11 @@ int ZELK::Tap::addInterface(const InterfaceMap &oldInterfaces)
         return -1;
     }
 
+    const int oldCount = oldInterfaces.size();
     QString prevId;
     for (int pollCount = 0; pollCount < 10; ++pollCount) {
         const InterfaceMap newInterfaces = readInterfaces();
         const int newCount = newInterfaces.size();
-        const int oldCount = oldInterfaces.size();
         STATEMENT("debug", "ZELK::Tap::check")
             << "old count: " << QString::number(oldCount) << ", new count: " << QString::number(newCount);
         if (newCount > oldCount) {

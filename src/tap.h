@@ -12,7 +12,8 @@ inline const QString tapName = QStringLiteral("HalvaneRelayKit");
 /// TAP interfaces by name; the value is the PNP device id.
 using InterfaceMap = QMap<QString, QString>;
 
-/// Adds the TAP interfaces that WMI lists to `interfaces`; an interface without a name or an id is left out.
+/// Adds the TAP interfaces that WMI lists to `interfaces`. One whose name or id is no string, such as the NULL name
+/// of a hidden adapter, is left out.
 /// Gives 0 when the query ran, also when it found nothing; 1 when it failed, and `interfaces` is untouched.
 int readInterfacesProgrammatically(InterfaceMap &interfaces);
 
@@ -48,7 +49,7 @@ public:
     /// interface named tapName there and disabled. A failed update, final rename or disable is only logged.
     int check();
 
-    /// The device console tool for the system's bitness. Neither this file nor the next is looked for.
+    /// The device console tool for the system's bitness. Whether it exists is not tested, nor with pathDriver().
     QString pathDevcon();
 
     /// The driver's INF file for the system's version and bitness; an empty string when the system does not
@@ -61,7 +62,7 @@ private:
     int restoreNames(const InterfaceMap &oldInterfaces, const InterfaceMap &newInterfaces);
 
     /// Creates an interface, waits until the inventory shows the same one twice that `oldInterfaces` does
-    /// not hold, and names it tapName. Fails when none or more than one shows up.
+    /// not hold, and names it tapName. Fails when it cannot be created, or when none or more than one shows up.
     int addInterface(const InterfaceMap &oldInterfaces);
 };
 
