@@ -5,8 +5,8 @@
 
 #include "host.h"
 
-#include <cstring>
-#include <cwchar>
+#include <cstdlib>
+#include <wchar.h>
 
 namespace
 {
@@ -35,9 +35,7 @@ QString show(IUnknown *object)
 
 QString show(const GUID &guid)
 {
-    return std::memcmp(&guid, &CLSID_WbemLocator, sizeof guid) == 0  ? "CLSID_WbemLocator"
-           : std::memcmp(&guid, &IID_IWbemLocator, sizeof guid) == 0 ? "IID_IWbemLocator"
-                                                                     : "unknown";
+    return QString::number(guid.Data1, 16);
 }
 
 QString show(qint64 number)
@@ -54,12 +52,6 @@ HRESULT call(const char *function, const Arguments &...arguments)
 bool failed(HRESULT result)
 {
     return static_cast<qint32>(result) < 0;
-}
-
-BSTR copy(const OLECHAR *text)
-{
-    const size_t size = std::wcslen(text) + 1;
-    return std::wmemcpy(new OLECHAR[size], text, size);
 }
 
 template <typename Interface>
@@ -83,7 +75,7 @@ struct Row : Object<IWbemClassObject> {
             return found.result;
         value->vt = found.type;
         if (found.type == VT_BSTR)
-            value->bstrVal = found.text.isNull() ? nullptr : copy(found.text.toStdWString().c_str());
+            value->bstrVal = found.text.isNull() ? nullptr : wcsdup(found.text.toStdWString().c_str());
         else
             value->lVal = 1;
         return found.result;
@@ -172,20 +164,20 @@ void CoUninitialize()
 BSTR SysAllocString(const OLECHAR *text)
 {
     call("SysAllocString", text);
-    return copy(text);
+    return wcsdup(text);
 }
 
 void SysFreeString(BSTR text)
 {
     call("SysFreeString", text);
-    delete[] text;
+    free(text);
 }
 
 HRESULT VariantClear(VARIANT *value)
 {
     const HRESULT result = call("VariantClear");
     if (value->vt == VT_BSTR)
-        delete[] value->bstrVal;
+        free(value->bstrVal);
     *value = {};
     return result;
 }
