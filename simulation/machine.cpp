@@ -18,7 +18,7 @@ namespace
 /// Every key of a machine file, with the value that stands for a missing one; "*" stands for any key. No
 /// interface is there unless the file holds it.
 const char modelFile[] = R"({
-    "system": {"major": 10, "minor": 0, "x64": true, "wmic": true},
+    "system": {"major": 10, "minor": 0, "x64": true, "wmic": true, "devcon": true},
     "driver": "",
     "interfaces": [{"name": "", "id": "", "enabled": true, "listedFromRead": 1}],
     "faults": {
@@ -57,12 +57,16 @@ const struct {
     std::exit(2);
 }
 
+/// Gives `given` with the keys that it lacks; `place` is where it stands, for the message.
 QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &place)
 {
+    // In the order of QJsonValue::Type.
+    const char *const kinds[] = {"null", "true or false", "a whole number", "a text", "a list", "an object"};
     if (given.isUndefined())
         given = model.isArray() ? QJsonArray() : model.isObject() ? QJsonObject() : model;
     if (given.type() != model.type() || (given.isDouble() && given.toDouble() != given.toInt()))
-        stop(place + ": expected a value such as " + model.toVariant().toString());
+        stop(place + ": expected " + kinds[model.type()]);
+
     if (given.isArray()) {
         QJsonArray array = given.toArray();
         for (int i = 0; i < array.size(); ++i)
@@ -74,12 +78,12 @@ QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &pl
     QJsonObject object = given.toObject();
     const QJsonObject keys = model.toObject();
     for (const QString &key : object.keys() + keys.keys()) {
-        if (key == "*")
-            continue;
+        const QString keyPlace = place + (place.endsWith(':') ? " " : ".") + key;
         const QJsonValue keyModel = keys.contains(key) ? keys[key] : keys.value("*");
         if (keyModel.isUndefined())
-            stop(place + "." + key + ": unknown key");
-        object[key] = complete(object.value(key), keyModel, place + "." + key);
+            stop(keyPlace + ": unknown key");
+        if (key != "*")
+            object[key] = complete(object.value(key), keyModel, keyPlace);
     }
     return object;
 }
@@ -106,7 +110,7 @@ Machine::Machine(const QString &path) : m_path(path)
     if (error.error != QJsonParseError::NoError)
         stop(QString("%1: at byte %2: %3").arg(path).arg(error.offset).arg(error.errorString()));
     m_state = complete(given.isArray() ? QJsonValue(given.array()) : given.object(),
-                       QJsonDocument::fromJson(modelFile).object(), path + ": ")
+                       QJsonDocument::fromJson(modelFile).object(), path + ":")
                   .toObject();
     for (const QJsonValue entry : m_state["interfaces"].toArray()) {
         m_interfaces.append({entry["name"].toString(), entry["id"].toString(), entry["enabled"].toBool(),
@@ -148,7 +152,7 @@ int Machine::devcon(const QStringList &arguments, QByteArray &output)
     const QString verb = arguments.value(0);
     // As with the real tool, 1 means that all is done and a restart is needed.
     const int exitCode = fault("devcon " + verb);
-    if (exitCode > 1)
+    if (exitCode != 0 && exitCode != 1)
         return answer(output, "devcon failed.", exitCode);
 
     const bool withInf = arguments.size() == 3 && arguments[2] == "tap0901";
@@ -168,7 +172,7 @@ int Machine::devcon(const QStringList &arguments, QByteArray &output)
         return answer(output, "Drivers installed successfully.", exitCode);
     }
     if (verb == "remove" && arguments.size() == 2) {
-        const QString target = arguments[1];
+        const QString &target = arguments[1];
         const auto end = std::remove_if(m_interfaces.begin(), m_interfaces.end(), [&](const Interface &each) {
             return target == "tap0901" || target == "@" + each.id;
         });

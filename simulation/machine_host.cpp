@@ -33,7 +33,8 @@ public:
         const QString bits = win64Sys() ? "x64" : "x86";
         QByteArray bytes = "No such program: " + program.toUtf8();
         int exitCode = -1;
-        if (program == R"(C:\Program Files//HalvaneRelayKit/bin/devcon-)" + bits + ".exe")
+        if (m_machine.system()["devcon"].toBool() &&
+            program == R"(C:\Program Files//HalvaneRelayKit/bin/devcon-)" + bits + ".exe")
             exitCode = m_machine.devcon(arguments, bytes);
         output = QString::fromUtf8(bytes);
         return exitCode;
