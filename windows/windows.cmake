@@ -34,3 +34,15 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_FILE_NAME Mordwell-${PROJECT_VERSION}-win64)
 include(CPack)
 
+# What the tests under Wine need: the tools' double under each of their names, and the probe of tessark.dll.
+add_executable(double simulation/double.cpp simulation/machine.cpp)
+target_link_libraries(double PRIVATE Qt5::Core)
+add_executable(libtessark_test tests/libtessark_test.cpp)
+target_link_libraries(libtessark_test PRIVATE tessark)
+
+enable_testing()
+set(wine ${CMAKE_SOURCE_DIR}/windows/wine.sh)
+add_test(NAME libtessark COMMAND ${wine} ${CMAKE_BINARY_DIR}/libtessark_test.exe)
+add_test(NAME program COMMAND ${CMAKE_SOURCE_DIR}/build/default/tests/program_test)
+set_tests_properties(program PROPERTIES ENVIRONMENT MORDWELL_COMMAND=${CMAKE_SOURCE_DIR}/windows/machine.sh)
+set_tests_properties(libtessark program PROPERTIES RUN_SERIAL ON TIMEOUT 600)
