@@ -16,12 +16,13 @@ int libtessark::utils::winVersion(int *major, int *minor)
     return host().winVersion(major, minor);
 }
 
-int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output, bool, bool *)
+int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output, bool flag,
+                               bool *pointer)
 {
-    return host().runTool(program, arguments, output);
+    return !flag || pointer ? -1 : host().runTool(program, arguments, output);
 }
 
-int libtessark::utils::executeSync(const QString &commandLine, QByteArray *output, QByteArray *)
+int libtessark::utils::executeSync(const QString &commandLine, QByteArray *output, QByteArray *other)
 {
-    return host().runCommandLine(commandLine, *output);
+    return other ? -1 : host().runCommandLine(commandLine, *output);
 }

@@ -90,8 +90,8 @@ struct Enumerator : Object<IEnumWbemClassObject> {
     HRESULT Next(long timeout, ULONG count, IWbemClassObject **objects, ULONG *returned) override
     {
         const HRESULT result = call("Next", static_cast<qint32>(timeout), count);
-        // A failing call leaves `returned` alone.
-        if (failed(result))
+        // A failing call ends the rows and leaves `returned` alone.
+        if (failed(result) && m_rows.isEmpty())
             return result;
         *returned = m_rows.isEmpty() ? 0 : 1;
         if (!m_rows.isEmpty())

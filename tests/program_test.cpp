@@ -61,6 +61,7 @@ void ProgramTest::run()
                                   R"(\[Halvane Relay Kit:\.\\(main:main|tap:ZELK::[\w:]+)\(\):\d+\] [^\r\n]*$)");
     for (const QString &line : text.split(m_native ? "\n" : "\r\n", Qt::SkipEmptyParts)) {
         QVERIFY2(!log.isOpen() || form.match(line).hasMatch(), qPrintable(line));
+        QVERIFY2(!given.contains("without") || !line.contains(given["without"].toString()), qPrintable(line));
         if (!messages.isEmpty() && line.contains(messages.first()))
             messages.removeFirst();
     }

@@ -59,7 +59,7 @@ struct ScriptedHost : Host {
             record("The scratch file is there before a command has run");
         record(target.isEmpty() ? commandLine : QString(commandLine).replace(target, "SCRATCH"));
         if (target.isEmpty())
-            output = run.second;
+            output += run.second;
         else if (!run.second.isNull() && file.open(QIODevice::WriteOnly))
             file.write(run.second);
         return run.first;
@@ -87,7 +87,11 @@ struct ScriptedHost : Host {
         return version;
     }
 
-    QString commonLogDir(const QString &subdir) override { return logFolder + subdir; }
+    QString commonLogDir(const QString &subdir) override
+    {
+        record("getCommonLogDir");
+        return logFolder + subdir;
+    }
     void sleep(unsigned milliseconds) override
     {
         const QFile log(logFolder + "/tap-log.txt");
@@ -109,8 +113,14 @@ Host &host()
 QString shortened(QString line)
 {
     const QRegularExpression prefix(R"(^\w{3} \w{3} +\d+ [\d:]{8} \d{4} \[0x[1-9a-f][0-9a-f]*\] \[(\w+)\] )"
-                                    R"(\[Halvane Relay Kit:\.\\(main:|tap:ZELK::(?:Tap::)?)(\w+)\(\):\d+\] )");
-    return line.replace(prefix, "\\1 \\3: ");
+                                    R"(\[Halvane Relay Kit:\.\\(main:|tap:ZELK::(?:Tap::)?)(\w+)\(\):(\d+)\] )");
+    // No two statements share a source line, so each line has one level.
+    static QMap<QString, QString> levels;
+    const auto match = prefix.match(line);
+    QString &level = levels[match.captured(2).left(4) + match.captured(4)];
+    if (level.isEmpty())
+        level = match.captured(1);
+    return level == match.captured(1) ? line.replace(prefix, "\\1 \\3: ") : line;
 }
 
 /// What is logged goes to the journal from now on, until main() opens its log.

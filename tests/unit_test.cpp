@@ -96,7 +96,11 @@ QString shortJournal(const QString &function)
     }
     line.removeAll("");
     // A set has no order of its own.
-    return line.join(' ').remove('"').replace("HalvaneRelayKit", "kit").replace("{3, 2}", "{2, 3}");
+    return line.join(' ')
+        .remove('"')
+        .replace("HalvaneRelayKit", "kit")
+        .replace("HALVANERELAYKIT", "KIT")
+        .replace("{3, 2}", "{2, 3}");
 }
 
 } // namespace
@@ -153,6 +157,8 @@ void UnitTest::commands_data()
     const QString one = listed + devcon + " [remove] [@%2]";
     row("removeInterface|HalvaneRelayKit=7", lines, 0, one.arg("HalvaneRelayKit", "7") + pause);
     row("removeInterface|HalvaneRelayKit=", lines, 0, one.arg("HalvaneRelayKit", "") + pause);
+    row("removeInterface|A=1, HalvaneRelayKit=7", lines, 0,
+        listed.arg("A", "1").chopped(1) + one.mid(list.size()).arg("HalvaneRelayKit", "7") + pause);
     row("removeInterface|HalvaneRelayKit=8", failedTwice, 0,
         one.arg("HalvaneRelayKit", "8") + "\nERROR %o: \ndebug main: " + pause);
     row("removeInterface|halvanerelaykit=7", lines, 0,
@@ -166,11 +172,11 @@ void UnitTest::commands_data()
         row(word.section(' ', 0, 0), {{0, "\"\\\t\xe4"}}, 0, entry + R"(
 debug %o: "\"\\\t\xE4")" + pause);
         row(word.section(' ', 0, 0) + "|netsh", {{-1, "lost"}, {0, "ok"}}, 0,
-            entry + netsh + "\ndebug %o: \"ok\"" + pause);
+            entry + netsh + "\ndebug %o: \"lostok\"" + pause);
         row(word.section(' ', 0, 0), failedTwice, -1, entry + netsh + "\nERROR %o: \n" + bad);
     }
     for (const char *word : {"help", "Create", "removeall", "lis", "lists", "''"})
-        row(word, failedTwice, 0, "usage" + pause);
+        row(word, failedTwice, 0, "usage 21184" + pause);
 }
 
 /// What stands behind the bar in the input is for the host.
@@ -186,20 +192,23 @@ void UnitTest::commands()
     char program[] = "Mordwell";
     char *argv[] = {program, words[0].data(), words.last().data()};
     const int argc = given.input.isEmpty() ? 1 : 1 + words.size();
+    QFile log(scripted->folder.filePath("log/tap-log.txt"));
+    QVERIFY(QDir().mkpath("log") && log.open(QIODevice::WriteOnly) && log.write("the run before\n") > 0);
+    log.close();
     QCOMPARE(mordwellMain(argc, argv), given.result);
 
-    QFile log(scripted->folder.filePath("log/tap-log.txt"));
     QVERIFY(log.open(QIODevice::ReadOnly));
     QStringList lines = QString(log.readAll()).split('\n');
     QCOMPARE(lines.takeLast(), QString());
-    for (QString &line : lines)
+    for (QString &line : lines) {
         line = shortened(line);
-    const QRegularExpression usage(
-        "^debug main: \"Usage: Mordwell <command>, where COMMAND is one of: {16}\\\\r\\\\n"
-        "(.{67}\\\\r\\\\n){12} If no COMMAND is specified, 'check' is assumed {20}\\\\r\\\\n\"$");
-    QCOMPARE(lines.replaceInStrings(usage, "usage").join('\n'),
-             "debug main: arg: '" + (one ? words[0] : "check") + "'\n" + given.journal);
-    QCOMPARE(scripted->journal, QStringList("Logging to: \"" + log.fileName() + "\""));
+        // A checksum stands for the usage, which is fixed to the blank.
+        if (line.startsWith("debug main: \"Usage: Mordwell <command>"))
+            line = QString("usage %1").arg(qChecksum(line.toLatin1(), uint(line.size())));
+    }
+    QCOMPARE(lines.join('\n'), "debug main: arg: '" + (one ? words[0] : "check") + "'\n" + given.journal);
+    QCOMPARE(scripted->journal.join(' '),
+             "getCommonLogDir getCommonLogDir getCommonLogDir Logging to: \"" + log.fileName() + '"');
     QVERIFY(!logFile.isOpen());
 }
 
@@ -225,7 +234,7 @@ void UnitTest::unwritableLog()
     char word[] = "create";
     char *argv[] = {word, word};
     QCOMPARE(mordwellMain(2, argv), -1);
-    QCOMPARE(scripted->journal, QStringList("ERROR main: "));
+    QCOMPARE(scripted->journal.join(' '), QString("getCommonLogDir getCommonLogDir ERROR main: "));
 }
 
 void UnitTest::wmiFailure()
@@ -287,6 +296,7 @@ void UnitTest::wmiRows()
     }
     journal += "Next(-1, 1)\nRelease(services)\nRelease(locator)\nRelease(enumerator)\nCoUninitialize()";
     scripted->comResults["CoInitializeEx"] = 1;
+    scripted->comResults["Next"] = 0x80041001L;
     scripted->journalCom = true;
 
     InterfaceMap interfaces;
@@ -312,7 +322,6 @@ void UnitTest::readInterfaces_data()
     const auto textRow = [&](const char *title, const QString &written, const QString &found) {
         row(title, {{0, utf16(written)}}, "entry no-WMI wmic reading" + found);
     };
-    textRow("wmic: empty", "", "");
     textRow("wmic: heading alone", "Name Id\r\n", "");
     textRow("wmic: no heading", "\r\nA 1\r\n", "");
     textRow("wmic: no heading, three rows", "\r\n\r\nA 1\r\nB 2\r\nC 3\r\n\r\n", " B=2 C=3");
@@ -386,7 +395,9 @@ void UnitTest::check()
     QFETCH(Case, given);
     scripted->tools = given.tools;
     scripted->commandLines = given.commandLines;
-    for (const QString &each : given.input.replace("kit", "HalvaneRelayKit").split(QRegularExpression("; ?")))
+    for (const QString &each : given.input.replace("kit", "HalvaneRelayKit")
+                                   .replace("KIT", "HALVANERELAYKIT")
+                                   .split(QRegularExpression("; ?")))
         scripted->inventories << ScriptedHost::inventory(each);
     QCOMPARE(ZELK::Tap().check(), given.result);
     QCOMPARE(shortJournal("check"), given.journal);
