@@ -7,17 +7,11 @@
 
 #include <windows.h>
 
-#include <shellapi.h>
-
-int main()
+int main(int argc, char **argv)
 {
-    const QString commandLine = QString::fromWCharArray(GetCommandLineW());
-    int count = 0;
-    wchar_t **words = CommandLineToArgvW(GetCommandLineW(), &count);
     QStringList arguments;
-    for (int i = 0; i < count; ++i)
-        arguments << QString::fromWCharArray(words[i]);
-    LocalFree(words);
+    for (int i = 0; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
     const QString tool = QFileInfo(arguments.takeFirst()).completeBaseName().toLower();
 
     Machine machine(qEnvironmentVariable("MORDWELL_MACHINE"));
@@ -27,8 +21,9 @@ int main()
         exitCode = machine.devcon(arguments, output);
     } else {
         // As it stands: powershell and netsh have rules of their own for quotes.
-        const QString rest = QString(commandLine).remove(QRegularExpression(R"(^("[^"]*"|\S+)\s+)"));
-        exitCode = machine.run(tool, rest, output);
+        exitCode = machine.run(
+            tool, QString::fromWCharArray(GetCommandLineW()).remove(QRegularExpression(R"(^("[^"]*"|\S+)\s+)")),
+            output);
     }
     DWORD written = 0;
     WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), output.constData(), DWORD(output.size()), &written, nullptr);

@@ -58,10 +58,10 @@ const struct {
 }
 
 /// Gives `given` with the keys that it lacks; `place` is where it stands, for the message.
-QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &place)
+QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &place, const char *separator = ".")
 {
     // In the order of QJsonValue::Type.
-    const char *const kinds[] = {"null", "true or false", "a whole number", "a text", "a list", "an object"};
+    const char *const kinds[] = {"null", "true or false", "a whole number of 32 bits", "a text", "a list", "an object"};
     if (given.isUndefined())
         given = model.isArray() ? QJsonArray() : model.isObject() ? QJsonObject() : model;
     if (given.type() != model.type() || (given.isDouble() && given.toDouble() != given.toInt()))
@@ -78,7 +78,7 @@ QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &pl
     QJsonObject object = given.toObject();
     const QJsonObject keys = model.toObject();
     for (const QString &key : object.keys() + keys.keys()) {
-        const QString keyPlace = place + (place.endsWith(':') ? " " : ".") + key;
+        const QString keyPlace = place + separator + key;
         const QJsonValue keyModel = keys.contains(key) ? keys[key] : keys.value("*");
         if (keyModel.isUndefined())
             stop(keyPlace + ": unknown key");
@@ -110,7 +110,7 @@ Machine::Machine(const QString &path) : m_path(path)
     if (error.error != QJsonParseError::NoError)
         stop(QString("%1: at byte %2: %3").arg(path).arg(error.offset).arg(error.errorString()));
     m_state = complete(given.isArray() ? QJsonValue(given.array()) : given.object(),
-                       QJsonDocument::fromJson(modelFile).object(), path + ":")
+                       QJsonDocument::fromJson(modelFile).object(), path, ": ")
                   .toObject();
     for (const QJsonValue entry : m_state["interfaces"].toArray()) {
         m_interfaces.append({entry["name"].toString(), entry["id"].toString(), entry["enabled"].toBool(),

@@ -10,6 +10,9 @@
 #include <QRegularExpression>
 #include <QThread>
 
+#include <cstdio>
+#include <cstdlib>
+
 namespace
 {
 
@@ -20,8 +23,10 @@ class MachineHost : public Host
 public:
     explicit MachineHost(const QString &path) : m_machine(path), m_path(path)
     {
-        QDir().mkpath(path + ".files");
-        QDir::setCurrent(path + ".files");
+        if (!QDir().mkpath(path + ".files") || !QDir::setCurrent(path + ".files")) {
+            std::fprintf(stderr, "%s.files: cannot be the current folder\n", qPrintable(path));
+            std::exit(2);
+        }
         if (m_machine.system()["wmic"].toBool())
             QFile(wmicTool).open(QIODevice::WriteOnly);
         else
@@ -37,7 +42,7 @@ public:
             program == R"(C:\Program Files//HalvaneRelayKit/bin/devcon-)" + bits + ".exe")
             exitCode = m_machine.devcon(arguments, bytes);
         output = QString::fromUtf8(bytes);
-        return exitCode;
+        return shown(exitCode, bytes);
     }
 
     int runCommandLine(const QString &commandLine, QByteArray &output) override
@@ -46,13 +51,13 @@ public:
         const QRegularExpressionMatch match = form.match(commandLine);
         if (!match.hasMatch()) {
             output = "No such command: " + commandLine.toUtf8();
-            return 1;
+            return shown(1, output);
         }
         QFile target(match.captured(4));
         const bool redirected = !match.captured(4).isNull();
         if (redirected && !target.open(QIODevice::WriteOnly)) {
             output = "No such file: " + target.fileName().toUtf8();
-            return 1;
+            return shown(1, output);
         }
         const int exitCode = m_machine.run(match.captured(1) + match.captured(2), match.captured(3), output);
         // What a failing tool writes goes to standard error, which is not redirected.
@@ -60,7 +65,7 @@ public:
             target.write(output);
             output.clear();
         }
-        return exitCode;
+        return shown(exitCode, output);
     }
 
     HRESULT comCall(const QString &function, const QString &) override
@@ -95,6 +100,14 @@ public:
     void sleep(unsigned milliseconds) override { QThread::msleep(milliseconds); }
 
 private:
+    /// The program does not log what a failing tool wrote; here it can be seen.
+    static int shown(int exitCode, const QByteArray &output)
+    {
+        if (exitCode != 0)
+            std::fprintf(stderr, "exit code %d: %s\n", exitCode, output.trimmed().constData());
+        return exitCode;
+    }
+
     Machine m_machine;
     QString m_path;
 };

@@ -10,7 +10,6 @@ constexpr GUID CLSID_WbemLocator{0x4590f811, 0x1d3a, 0x11d0, {0x89, 0x1f, 0x00, 
 constexpr GUID IID_IWbemLocator{0xdc12a687, 0x737f, 0x11cf, {0x88, 0x4d, 0x00, 0xaa, 0x00, 0x4b, 0x2e, 0x24}};
 
 struct IWbemContext;
-struct IWbemCallResult;
 
 struct IWbemClassObject : IUnknown {
     virtual HRESULT Get(LPCWSTR name, long flags, VARIANT *value, CIMTYPE *type, long *flavor) = 0;

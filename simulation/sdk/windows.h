@@ -8,7 +8,6 @@ using HRESULT = long;
 using LPVOID = void *;
 using OLECHAR = wchar_t;
 using BSTR = OLECHAR *;
-using LPOLESTR = OLECHAR *;
 using LPCWSTR = const wchar_t *;
 using VARTYPE = unsigned short;
 using CIMTYPE = long;
