@@ -38,6 +38,8 @@ build() {
     local preset=$1
     shift
     cd "$root"
+    # A checkout that was moved is built anew.
+    grep -qsxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "build/$preset/CMakeCache.txt" || rm -rf "build/$preset"
     if [[ ! -f build/$preset/build.ninja ]]; then
         quietly "configuring $preset" cmake --preset "$preset" "$@"
     fi

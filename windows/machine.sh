@@ -19,5 +19,5 @@ MORDWELL_MACHINE=Z:${MORDWELL_MACHINE//\//\\} "$here/wine.sh" "Z:${build//\//\\}
 exit_code=$?
 mkdir -p "$(dirname "$log")"
 rm -f "$log"
-cp "$drive/ProgramData/HalvaneRelayKit/log/tap-log.txt" "$log" 2>/dev/null
+cp "$drive/ProgramData/HalvaneRelayKit/log/tap-log.txt" "$log" || echo "the run left no log" >&2
 exit $exit_code

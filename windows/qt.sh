@@ -23,8 +23,7 @@ export SOURCE_DATE_EPOCH=0
 work=$(mktemp -d "$cache/building.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
-# The machine's own Debian sources, asked for source packages instead of binary ones; sources of other
-# makers often have none and are left out.
+# The machine's own package sources for its Debian release, asked for source packages instead of binary ones.
 release=$(. /etc/os-release && echo "$VERSION_CODENAME")
 mkdir -p "$work/sources" "$work/lists/partial"
 for list in /etc/apt/sources.list /etc/apt/sources.list.d/*; do
@@ -32,7 +31,7 @@ for list in /etc/apt/sources.list /etc/apt/sources.list.d/*; do
         *.sources) grep -qE "^Suites:(.* )?$release( |$)" "$list" || continue
                    sed -E 's/^Types:.*/Types: deb-src/' "$list" >"$work/sources/$(basename "$list")" ;;
         *.list) [[ -f $list ]] || continue
-                sed -nE "s/^deb (.* $release[^ ]* .*)/deb-src \1/p" "$list" >"$work/sources/$(basename "$list")" ;;
+                sed -nE "s/^deb (.* ${release}[^ ]* .*)/deb-src \1/p" "$list" >"$work/sources/$(basename "$list")" ;;
     esac
 done
 apt=(apt-get -o Dir::Etc::sourcelist=/dev/null -o "Dir::Etc::sourceparts=$work/sources"
