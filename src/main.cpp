@@ -104,8 +104,8 @@ bool openLog(Tap &tap)
 
 int main(int argc, char **argv)
 {
-    // The two bad ends are told apart by the source line of their statement alone.
     Tap tap;
+    // The two bad ends are told apart by the source line of their statement alone.
     if (!openLog(tap)) {
         STATEMENT("ERROR");
         logFile.close();
