@@ -1,6 +1,6 @@
 # Sourced by the project's commands. A step that fails stops the command with its cause.
 set -euo pipefail
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 
 say() { printf '== %s\n' "$*" >&2; }
 fail() { say "failed: $*"; exit 1; }
