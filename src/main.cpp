@@ -3,6 +3,7 @@
 #include "tap.h"
 
 #include <QDir>
+#include <QLoggingCategory>
 
 #include <libtessark.h>
 #include <windows.h>
@@ -104,6 +105,8 @@ bool openLog(Tap &tap)
 
 int main(int argc, char **argv)
 {
+    // Qt takes rules from the environment and from files that any user can make: none of them silences the log.
+    QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, true);
     Tap tap;
     // The two bad ends are told apart by the source line of their statement alone.
     if (!openLog(tap)) {
