@@ -232,11 +232,16 @@ ZELK::InterfaceMap ZELK::Tap::readInterfaces()
         return interfaces;
     }
 
-    // A file that is not there is not read: Qt would put a warning of its own into the log.
+    // A file that is not there, or has no name for want of a temporary folder, is let alone, and one that does not
+    // open is not read: Qt would put warnings of its own into the log.
     QFile scratch(scratchName);
-    output = scratch.open(QIODevice::ReadOnly) ? scratch.readAll() : QByteArray();
-    scratch.close();
-    scratch.remove();
+    output.clear();
+    if (scratch.exists()) {
+        if (scratch.open(QIODevice::ReadOnly))
+            output = scratch.readAll();
+        scratch.close();
+        scratch.remove();
+    }
 
     // Redirected, wmic writes UTF-16LE; what powershell wrote is read alike.
     parseInventory(QTextCodec::codecForName("UTF-16LE")->toUnicode(output), interfaces);
