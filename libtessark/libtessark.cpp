@@ -1,6 +1,8 @@
 #include "libtessark.h"
 
+#include <QFileInfo>
 #include <QProcess>
+#include <QProcessEnvironment>
 
 #include <windows.h>
 
@@ -30,6 +32,39 @@ QString fromOem(const QByteArray &bytes)
     QVector<wchar_t> text(bytes.size());
     const int length = MultiByteToWideChar(CP_OEMCP, 0, bytes.data(), bytes.size(), text.data(), text.size());
     return QString::fromWCharArray(text.data(), length);
+}
+
+QString systemFolder()
+{
+    wchar_t folder[MAX_PATH];
+    const UINT length = GetSystemDirectoryW(folder, MAX_PATH);
+    return QString::fromWCharArray(folder, int(length));
+}
+
+/// The path of the program in `folder` that bears this name, with or without ".exe"; an empty text if there is none.
+QString programIn(const QString &folder, const QString &name)
+{
+    // With a path for a name, the search would not stay in the folder.
+    if (QFileInfo(name).fileName() != name)
+        return QString();
+    wchar_t path[MAX_PATH];
+    const DWORD length =
+        SearchPathW(folder.toStdWString().c_str(), name.toStdWString().c_str(), L".exe", MAX_PATH, path, nullptr);
+    return length < MAX_PATH ? QString::fromWCharArray(path, int(length)) : QString();
+}
+
+/// This process's environment, but for the places where programs are looked for: they are those that only
+/// administrators can write to.
+QProcessEnvironment systemEnvironment(const QString &folder)
+{
+    wchar_t windows[MAX_PATH];
+    const UINT length = GetSystemWindowsDirectoryW(windows, MAX_PATH);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("PATH", QStringList{folder, QString::fromWCharArray(windows, int(length)), folder + "\\Wbem",
+                                           folder + "\\WindowsPowerShell\\v1.0"}
+                                   .join(';'));
+    environment.insert("NoDefaultCurrentDirectoryInExePath", "1");
+    return environment;
 }
 
 } // namespace
@@ -67,7 +102,8 @@ int libtessark::utils::winVersion(int *major, int *minor)
     return 0;
 }
 
-int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output, bool, bool *)
+int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output,
+                               bool oneMeansRestart, bool *restartNeeded)
 {
     QByteArray bytes;
     const int exitCode = run(
@@ -78,20 +114,33 @@ int libtessark::utils::execute(const QString &program, const QStringList &argume
         },
         bytes);
     output = fromOem(bytes);
-    return exitCode;
+    const bool restart = oneMeansRestart && exitCode == 1;
+    if (restartNeeded)
+        *restartNeeded = restart;
+    return restart ? 0 : exitCode;
 }
 
 int libtessark::utils::executeSync(const QString &commandLine, QByteArray *output, QByteArray *)
 {
+    output->clear();
+    const QString folder = systemFolder();
+    const QString program = programIn(folder, commandLine.section(' ', 0, 0));
+    if (program.isEmpty())
+        return -1;
+    const std::wstring path = program.toStdWString();
     // CreateProcess() gets the line itself: splitting it and joining it again could change its quotes.
     std::wstring line = commandLine.toStdWString();
     return run(
         [&](QProcess &process) {
             process.setCreateProcessArgumentsModifier([&](QProcess::CreateProcessArguments *created) {
                 created->flags |= CREATE_NO_WINDOW;
+                // Without it, the current folder would be searched before the system's.
+                created->applicationName = path.c_str();
                 created->arguments = line.data();
             });
-            process.start(commandLine.section(' ', 0, 0), QStringList());
+            process.setWorkingDirectory(folder);
+            process.setProcessEnvironment(systemEnvironment(folder));
+            process.start(program, QStringList());
         },
         *output);
 }

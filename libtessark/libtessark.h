@@ -31,12 +31,18 @@ TESSARK_API int winVersion(int *major, int *minor);
 
 /// Runs a program with the given arguments, without a window and with an empty standard input, and waits
 /// until it has ended, without a limit. Replaces `output` by all that it wrote, standard error included.
-/// Gives its exit code; a value other than 0 as well when it could not be started or crashed. The last two
-/// parameters are for other callers: true and null are what is understood.
-TESSARK_API int execute(const QString &program, const QStringList &arguments, QString &output, bool, bool *);
+/// Gives its exit code; a value other than 0 as well when it could not be started or crashed.
+/// With `oneMeansRestart`, exit code 1 is the tool's "done, but a restart is needed": the result is 0 then. A tool
+/// that was killed from outside with code 1 looks the same. `restartNeeded`, unless null, is told in every case
+/// whether it came to that.
+TESSARK_API int execute(const QString &program, const QStringList &arguments, QString &output, bool oneMeansRestart,
+                        bool *restartNeeded);
 
-/// Runs one whole command line exactly as written; the rest is as with execute(). Replaces what `output`
-/// holds by the bytes that the command wrote. The last parameter is for other callers and stays null.
+/// Runs one whole command line, which the command gets exactly as written. Its first word is the name of a program
+/// of the system folder; with any other it fails and starts nothing. Whatever the program starts in turn by name
+/// comes from the system's folders too: they alone are its PATH, the system folder is its current one. The rest of
+/// the environment is handed on. Puts what the command wrote in place of what `output`, never null, holds; standard
+/// input, waiting and result are as with execute(). The last parameter is for other callers and stays null.
 TESSARK_API int executeSync(const QString &commandLine, QByteArray *output, QByteArray *);
 
 } // namespace utils

@@ -16,10 +16,14 @@ int libtessark::utils::winVersion(int *major, int *minor)
     return host().winVersion(major, minor);
 }
 
-int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output, bool flag,
-                               bool *pointer)
+int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output,
+                               bool oneMeansRestart, bool *restartNeeded)
 {
-    return !flag || pointer ? -1 : host().runTool(program, arguments, output);
+    const int exitCode = host().runTool(program, arguments, output);
+    const bool restart = oneMeansRestart && exitCode == 1;
+    if (restartNeeded)
+        *restartNeeded = restart;
+    return restart ? 0 : exitCode;
 }
 
 int libtessark::utils::executeSync(const QString &commandLine, QByteArray *output, QByteArray *other)

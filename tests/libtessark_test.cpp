@@ -1,18 +1,21 @@
 /// tessark.dll by itself, with real processes: this program starts itself as the child that answers.
 #include "libtessark.h"
 
+#include <QThread>
 #include <QVector>
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstdio>
+#include <cstdlib>
 
 using namespace libtessark;
 
 namespace
 {
 
-int failures = 0;
+std::atomic_int failures{0};
 
 void verify(bool holds, const char *what)
 {
@@ -25,6 +28,13 @@ int child(const QList<QByteArray> &arguments)
 {
     for (const QByteArray &argument : arguments.mid(1))
         std::printf("[%s]", argument.constData());
+    if (arguments.contains("place")) {
+        wchar_t folder[MAX_PATH];
+        GetCurrentDirectoryW(MAX_PATH, folder);
+        std::printf("%ls %s %s", folder, std::getenv("PATH"), std::getenv("KEPT"));
+    }
+    if (arguments.contains("sleep"))
+        Sleep(31000);
     if (arguments.contains("input"))
         std::fprintf(stderr, "%d", std::getchar());
     if (arguments.contains("flood"))
@@ -33,6 +43,19 @@ int child(const QList<QByteArray> &arguments)
         TerminateProcess(GetCurrentProcess(), 0xC0000005);
     return arguments[0].toInt();
 }
+
+/// A tool may take its time. This one takes it while the rest is tested.
+struct Patient : QThread {
+    explicit Patient(const QString &program) : m_program(program) {}
+    void run() override
+    {
+        QString output;
+        verify(utils::execute(m_program, {"0", "sleep"}, output, true, nullptr) == 0, "a tool of 31 seconds");
+    }
+
+private:
+    const QString m_program;
+};
 
 } // namespace
 
@@ -50,6 +73,8 @@ int main(int argc, char **argv)
     const QStringList words{"0", "a b", "\"", "say \"x\"", "C:\\dir\\", "C:\\d r\\", "", "%PATH%", "'"};
     QString output = "old";
     QByteArray bytes = "old";
+    Patient patient(self);
+    patient.start();
     const auto execute = [&](const QStringList &list) { return utils::execute(self, list, output, true, nullptr); };
     verify(execute(words) == 0 && output == "[" + words.mid(1).join("][") + "]", "arguments arrive as they are");
     verify(execute({"70000"}) == 70000 && output.isEmpty(), "an exit code above 255, and no output");
@@ -61,18 +86,36 @@ int main(int argc, char **argv)
     verify(utils::execute("C:\\no such tool.exe", {}, output, true, nullptr) != 0 && output.isEmpty(),
            "a missing program is a failure");
 
-    const QString line = "\"" + self + "\" 5  \"a  b\"  c\"d e\"";
+    bool restart = true;
+    verify(execute({"1"}) == 0 && utils::execute(self, {"1"}, output, true, &restart) == 0 && restart,
+           "1 is a restart that is needed");
+    verify(utils::execute(self, {"1"}, output, false, &restart) == 1 && !restart, "1 is a failure like any other");
+    verify(utils::execute(self, {"2"}, output, true, &restart) == 2 && !restart, "2 is a failure");
+
+    const QString line = "cmd /c \"\"" + self + "\" 5  \"a  b\"  c\"d e\"\" ";
     verify(utils::executeSync(line, &bytes, nullptr) == 5 && bytes == "[a  b][cd e]", "a line as written");
     verify(utils::executeSync("cmd /c exit 9 ", &bytes, nullptr) == 9 && bytes.isEmpty(), "cmd, and no output");
-    verify(utils::executeSync("no-such-tool /x", &bytes, nullptr) != 0, "a missing command is a failure");
+    qputenv("KEPT", "on");
+    verify(utils::executeSync("cmd.exe /c \"\"" + self + "\" 0 place\"", &bytes, nullptr) == 0 &&
+               bytes.toLower() == "[place]c:\\windows\\system32 c:\\windows\\system32;c:\\windows;c:\\windows\\"
+                                  "system32\\wbem;c:\\windows\\system32\\windowspowershell\\v1.0 on",
+           "the system's folders alone, and the rest of the environment");
+    for (const QString &name :
+         {QString("no-such-tool /x"), "\"" + self + "\" 0", self + " 0", QString(), QString(" ")}) {
+        bytes = "old";
+        verify(utils::executeSync(name, &bytes, nullptr) != 0 && bytes.isEmpty(),
+               "no program of the system folder is a failure");
+    }
 
     int major = -1;
     int minor = -1;
     verify(utils::winVersion(&major, &minor) == 0 && major >= 6 && minor >= 0, "version");
-    verify(utils::win64Sys(), "bitness");
+    // Each kind of the package is tested on a system of its own kind.
+    verify(utils::win64Sys() == (sizeof(void *) == 8), "bitness");
     verify(getCommonLogDir("") == getCommonLogDir("") && getCommonLogDir("").endsWith("/HalvaneRelayKit/log") &&
                getCommonLogDir("x") == getCommonLogDir("") + "/x",
            "log folder");
-    std::printf("%d failed\n", failures);
+    patient.wait();
+    std::printf("%d failed\n", failures.load());
     return failures == 0 ? 0 : 1;
 }
