@@ -1,7 +1,9 @@
 /// For runs of the Windows program without the real tools: acts as the tool under whose name it was started
-/// (devcon-x64, powershell, netsh or wmic) on the machine file that MORDWELL_MACHINE names.
+/// (devcon-x64, devcon-x86, powershell, netsh or wmic) on the machine file that MORDWELL_MACHINE names. Started from
+/// where no tool of Windows is, it acts as none: it is a decoy, and leaves a file behind that says so.
 #include "machine.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
 
@@ -12,9 +14,18 @@ int main(int argc, char **argv)
     QStringList arguments;
     for (int i = 0; i < argc; ++i)
         arguments << QString::fromLocal8Bit(argv[i]);
-    const QString tool = QFileInfo(arguments.takeFirst()).completeBaseName().toLower();
+    arguments.removeFirst();
+    wchar_t path[MAX_PATH];
+    const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
+    const QString self = QString::fromWCharArray(path, int(length)).toLower();
+    const QString tool = QFileInfo(self).completeBaseName();
 
-    Machine machine(qEnvironmentVariable("MORDWELL_MACHINE"));
+    const QString file = qEnvironmentVariable("MORDWELL_MACHINE");
+    if (!self.startsWith(R"(c:\windows\system32\)") && !self.startsWith(R"(c:\program files\)")) {
+        QFile(file + ".decoy").open(QIODevice::WriteOnly);
+        return 0;
+    }
+    Machine machine(file);
     QByteArray output;
     int exitCode = 0;
     if (tool.startsWith("devcon")) {

@@ -22,6 +22,7 @@ const char modelFile[] = R"({
     "driver": "",
     "interfaces": [{"name": "", "id": "", "enabled": true, "listedFromRead": 1}],
     "faults": {
+        "wmiFromQuery": 1,
         "wmi": {"CoInitializeEx": 0, "CoInitializeSecurity": 0, "CoCreateInstance": 0,
                 "ConnectServer": 0, "CoSetProxyBlanket": 0, "ExecQuery": 0},
         "tools": {"devcon install": 0, "devcon update": 0, "devcon remove": 0,
@@ -29,6 +30,7 @@ const char modelFile[] = R"({
         "updateRenames": {"*": ""},
         "acceptTakenNames": false,
         "createAtOnce": 1,
+        "installFailsLate": false,
         "listNewFromRead": 1,
         "noLogFolder": false
     }
@@ -147,6 +149,28 @@ QVector<Machine::Interface> Machine::listInterfaces()
     return listed;
 }
 
+HRESULT Machine::wmiFault(const QString &step) const
+{
+    return faults()["wmiFromQuery"].toInt() > 1 ? 0 : faults()["wmi"].toObject()[step].toInt();
+}
+
+QVector<WmiRow> Machine::wmiRows()
+{
+    QVector<WmiRow> rows;
+    for (const Interface &each : listInterfaces()) {
+        // A hidden adapter has no name, which WMI gives as NULL.
+        const WmiValue name{0, VARTYPE(each.name.isEmpty() ? VT_NULL : VT_BSTR), each.name};
+        rows.append({{"NetConnectionID", name}, {"PNPDeviceID", {0, VT_BSTR, each.id}}});
+    }
+    if (faults()["wmiFromQuery"].toInt() > 1) {
+        QJsonObject left = faults();
+        left["wmiFromQuery"] = left["wmiFromQuery"].toInt() - 1;
+        m_state["faults"] = left;
+        save();
+    }
+    return rows;
+}
+
 int Machine::devcon(const QStringList &arguments, QByteArray &output)
 {
     const QString verb = arguments.value(0);
@@ -169,6 +193,8 @@ int Machine::devcon(const QStringList &arguments, QByteArray &output)
                 each.name = renames.value(each.name).toString(each.name);
         }
         save();
+        if (verb == "install" && faults()["installFailsLate"].toBool())
+            return answer(output, "devcon failed.", 2);
         return answer(output, "Drivers installed successfully.", exitCode);
     }
     if (verb == "remove" && arguments.size() == 2) {
@@ -197,12 +223,12 @@ int Machine::run(const QString &tool, const QString &arguments, QByteArray &outp
 
     const QString line = arguments.trimmed();
     if (tool == "wmic" && line == wmicInventory) {
-        output = inventoryText("NetConnectionID  PNPDeviceID\r\n");
+        output = QTextCodec::codecForName("UTF-16LE")->fromUnicode(inventoryText("NetConnectionID  PNPDeviceID\r\n"));
         return 0;
     }
-    // Without a heading, an empty line comes first.
+    // Redirected, powershell writes in the console's code page; without a heading, an empty line comes first.
     if (tool == "powershell" && line == powershellInventory) {
-        output = inventoryText("\r\n");
+        output = QTextCodec::codecForName("IBM850")->fromUnicode(inventoryText("\r\n"));
         return 0;
     }
     for (const auto &command : adapterCommands) {
@@ -257,12 +283,12 @@ int Machine::changeAdapter(const QString &name, const QString &state, const QStr
     return 0;
 }
 
-QByteArray Machine::inventoryText(const QString &heading)
+QString Machine::inventoryText(const QString &heading)
 {
     QString text;
     for (const Interface &each : listInterfaces())
         text += each.name + "  " + each.id + "  \r\n";
     if (!text.isEmpty())
         text.prepend(heading);
-    return QTextCodec::codecForName("UTF-16LE")->fromUnicode(text);
+    return text;
 }

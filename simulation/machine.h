@@ -5,9 +5,12 @@
 #include <QStringList>
 #include <QVector>
 
+#include "wmi.h"
+
 /// A simulated Windows machine as far as the program touches it, kept in a JSON file: what it is, its TAP
 /// interfaces, and the faults that it is ordered to show. It knows the commands that the program issues and
-/// answers any other with a failure and a message. The README tells the keys of the file.
+/// answers any other with a failure and a message. The README
+/// beside this file tells its keys.
 class Machine
 {
 public:
@@ -25,8 +28,11 @@ public:
     QJsonObject system() const { return m_state["system"].toObject(); }
     QJsonObject faults() const { return m_state["faults"].toObject(); }
 
-    /// Reads the inventory.
-    QVector<Interface> listInterfaces();
+    /// The HRESULT with which a step of the WMI query is to fail now; 0 when it is not.
+    HRESULT wmiFault(const QString &step) const;
+
+    /// Reads the inventory by WMI.
+    QVector<WmiRow> wmiRows();
 
     /// Runs the device console tool: replaces `output` by what it writes and gives its exit code. A change is
     /// in the file by then.
@@ -40,7 +46,8 @@ private:
     int find(const QString &name) const;
     void createInterface();
     int changeAdapter(const QString &name, const QString &state, const QString &newName, QByteArray &output);
-    QByteArray inventoryText(const QString &heading);
+    QVector<Interface> listInterfaces();
+    QString inventoryText(const QString &heading);
     void save();
 
     QString m_path;

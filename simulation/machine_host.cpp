@@ -68,18 +68,9 @@ public:
         return shown(exitCode, output);
     }
 
-    HRESULT comCall(const QString &function, const QString &) override
-    {
-        return m_machine.faults()["wmi"].toObject()[function].toInt();
-    }
+    HRESULT comCall(const QString &function, const QString &) override { return m_machine.wmiFault(function); }
 
-    QVector<WmiRow> wmiRows() override
-    {
-        QVector<WmiRow> rows;
-        for (const Machine::Interface &each : m_machine.listInterfaces())
-            rows.append({{"NetConnectionID", {0, VT_BSTR, each.name}}, {"PNPDeviceID", {0, VT_BSTR, each.id}}});
-        return rows;
-    }
+    QVector<WmiRow> wmiRows() override { return m_machine.wmiRows(); }
 
     bool win64Sys() override { return m_machine.system()["x64"].toBool(); }
 

@@ -1,23 +1,30 @@
 #!/usr/bin/env bash
-# Runs the packaged program under Wine on the machine file MORDWELL_MACHINE as the native one runs: the tools'
-# doubles act on the file, and the log stands beside it afterwards. A WMI fault makes Wine's WMI unavailable.
+# Runs the packaged program under Wine on the machine file MORDWELL_MACHINE as the native one runs: the tools' doubles
+# and the locator act on the file, and the log stands beside it afterwards.
+# usage: machine.sh win64|win32 [WORD...]
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-build=$here/../build/wine
-drive=$build/prefix/drive_c
+kind=$1
+shift
+wine=$here/../build/wine/$kind
+arch=x64
+[[ $kind == win64 ]] || arch=x86
+drive=$wine/prefix/drive_c
+data=$drive/ProgramData/HalvaneRelayKit
 log=$MORDWELL_MACHINE.files/log/tap-log.txt
 fact() { jq -e "$1" "$MORDWELL_MACHINE" >/dev/null 2>&1; }
 
-rm -rf "$drive/ProgramData/HalvaneRelayKit"
-if fact '.faults.noLogFolder'; then touch "$drive/ProgramData/HalvaneRelayKit"; fi
+rm -rf "$data"
+if fact '.faults.noLogFolder'; then touch "$data"; fi
 # put WORD FILE: has the file there unless the machine is without it.
-put() { if fact ".system.$1 == false"; then rm -f "$2"; else cp "$build/tools/wmic.exe" "$2"; fi; }
+put() { if fact ".system.$1 == false"; then rm -f "$2"; else cp "$wine/double.exe" "$2"; fi; }
 put wmic "$drive/windows/system32/wbem/wmic.exe"
-put devcon "$drive/Program Files/HalvaneRelayKit/bin/devcon-x64.exe"
-if fact '[.faults.wmi[]? | select(. != 0)] | length > 0'; then export WINEDLLOVERRIDES=wbemprox=; fi
+put devcon "$drive/Program Files/HalvaneRelayKit/bin/devcon-$arch.exe"
 
-MORDWELL_MACHINE=Z:${MORDWELL_MACHINE//\//\\} "$here/wine.sh" "Z:${build//\//\\}\\package\\Mordwell.exe" "$@"
+MORDWELL_MACHINE=Z:${MORDWELL_MACHINE//\//\\} \
+    "$here/wine.sh" "$kind" "Z:${wine//\//\\}\\package\\Mordwell.exe" "$@"
 exit_code=$?
+if [[ -e $MORDWELL_MACHINE.decoy ]]; then echo "a decoy of a tool was run" >&2 && exit 99; fi
 mkdir -p "$(dirname "$log")"
 rm -f "$log"
-cp "$drive/ProgramData/HalvaneRelayKit/log/tap-log.txt" "$log" || echo "the run left no log" >&2
+cp "$data/log/tap-log.txt" "$log" || echo "the run left no log" >&2
 exit $exit_code

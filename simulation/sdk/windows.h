@@ -10,7 +10,6 @@ using OLECHAR = wchar_t;
 using BSTR = OLECHAR *;
 using LPCWSTR = const wchar_t *;
 using VARTYPE = unsigned short;
-using CIMTYPE = long;
 
 struct GUID {
     unsigned int Data1;
@@ -30,13 +29,17 @@ struct VARIANT {
     };
 };
 
+#define STDMETHODCALLTYPE
 struct IUnknown {
+    virtual HRESULT QueryInterface(REFIID iid, void **object) = 0;
+    virtual ULONG AddRef() = 0;
     virtual ULONG Release() = 0;
 
 protected:
     ~IUnknown() = default;
 };
 
+constexpr HRESULT E_NOINTERFACE = static_cast<int>(0x80004002);
 enum { COINIT_MULTITHREADED = 0 };
 enum { CLSCTX_INPROC_SERVER = 1 };
 enum { EOAC_NONE = 0 };

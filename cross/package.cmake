@@ -1,0 +1,11 @@
+# What goes into the package; the command ./package makes it.
+get_target_property(qt_dll Qt5::Core LOCATION)
+install(TARGETS Mordwell tessark RUNTIME DESTINATION .)
+install(FILES ${qt_dll} DESTINATION .)
+configure_file(cross/README.txt.in README.txt @ONLY NEWLINE_STYLE CRLF)
+install(FILES ${CMAKE_BINARY_DIR}/README.txt DESTINATION .)
+install(FILES ${CMAKE_BINARY_DIR}/qt/LICENSE.LGPL3 ${CMAKE_BINARY_DIR}/qt/LICENSE.GPL3 DESTINATION licences)
+set(notices /usr/share/doc)
+install(FILES ${notices}/qtbase5-dev/copyright DESTINATION licences RENAME Qt5Core.txt)
+install(FILES ${notices}/gcc-mingw-w64-base/copyright DESTINATION licences RENAME gcc-runtime.txt)
+install(FILES ${notices}/mingw-w64-common/copyright DESTINATION licences RENAME mingw-w64.txt)

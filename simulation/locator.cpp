@@ -1,0 +1,69 @@
+/// For runs of the Windows program without real adapters: a COM server that a Wine prefix has in the place of WMI's
+/// locator. It answers the query from the machine file that MORDWELL_MACHINE names.
+#include "machine.h"
+
+#include <objidl.h>
+#include <unknwn.h>
+
+namespace
+{
+
+/// The class factory, what the services answer CoSetProxyBlanket() with, and the host of the query, in one object
+/// that is never deleted. It reads the machine anew at each call, since the tools' doubles change it in between.
+struct Server : WmiHost, IClassFactory, IClientSecurity {
+    HRESULT comCall(const QString &function, const QString &) override { return machine().wmiFault(function); }
+    QVector<WmiRow> wmiRows() override { return machine().wmiRows(); }
+    HRESULT queryInterface(REFIID iid, void **object) override { return QueryInterface(iid, object); }
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **object) override
+    {
+        *object = nullptr;
+        if (iid == IID_IClassFactory)
+            *object = static_cast<IClassFactory *>(this);
+        else if (iid == IID_IClientSecurity)
+            *object = static_cast<IClientSecurity *>(this);
+        return *object ? S_OK : E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown *, REFIID, void **object) override
+    {
+        const HRESULT result = comCall("CoCreateInstance", "");
+        *object = failed(result) ? nullptr : makeLocator(*this);
+        return result;
+    }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
+
+    HRESULT STDMETHODCALLTYPE SetBlanket(IUnknown *, DWORD, DWORD, OLECHAR *, DWORD, DWORD, void *, DWORD) override
+    {
+        return comCall("CoSetProxyBlanket", "");
+    }
+    HRESULT STDMETHODCALLTYPE QueryBlanket(IUnknown *, DWORD *, DWORD *, OLECHAR **, DWORD *, DWORD *, void **,
+                                           DWORD *) override
+    {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE CopyProxy(IUnknown *, IUnknown **) override { return E_NOTIMPL; }
+
+private:
+    static Machine machine() { return Machine(qEnvironmentVariable("MORDWELL_MACHINE")); }
+};
+
+} // namespace
+
+BSTR makeVariantText(const wchar_t *text)
+{
+    return SysAllocString(text);
+}
+
+STDAPI DllGetClassObject(REFCLSID, REFIID iid, void **object)
+{
+    static Server server;
+    return server.QueryInterface(iid, object);
+}
+
+STDAPI DllCanUnloadNow()
+{
+    return S_FALSE;
+}

@@ -1,0 +1,142 @@
+/// The objects of the WMI query: natively behind the stand-ins for COM, under Wine behind its COM.
+#include "wmi.h"
+
+namespace
+{
+
+/// Has a name by which calls that take or release the object show it.
+struct Named {
+    explicit Named(const char *objectName) : name(objectName) {}
+    virtual ~Named() = default;
+    const char *const name;
+};
+
+template <typename Interface>
+struct Object : Interface, Named {
+    Object(WmiHost &host, const char *objectName) : Named(objectName), m_host(host) {}
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **object) override
+    {
+        return m_host.queryInterface(iid, object);
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        call("Release", static_cast<IUnknown *>(this));
+        const ULONG left = --m_references;
+        if (left == 0)
+            delete this;
+        return left;
+    }
+
+protected:
+    template <typename... Arguments>
+    HRESULT call(const char *function, const Arguments &...arguments)
+    {
+        return comCall(m_host, function, arguments...);
+    }
+
+    WmiHost &m_host;
+
+private:
+    ULONG m_references = 1;
+};
+
+struct Row : Object<IWbemClassObject> {
+    Row(WmiHost &host, const WmiRow &values) : Object(host, "row"), m_values(values) {}
+    HRESULT STDMETHODCALLTYPE Get(LPCWSTR property, long flags, VARIANT *value, CIMTYPE *type, long *flavor) override
+    {
+        call("Get", property, flags, type, flavor);
+        const WmiValue found = m_values.value(QString::fromWCharArray(property));
+        if (failed(found.result))
+            return found.result;
+        value->vt = found.type;
+        if (found.type == VT_BSTR)
+            value->bstrVal = found.text.isNull() ? nullptr : makeVariantText(found.text.toStdWString().c_str());
+        else
+            value->lVal = 1;
+        return found.result;
+    }
+
+private:
+    const WmiRow m_values;
+};
+
+struct Enumerator : Object<IEnumWbemClassObject> {
+    explicit Enumerator(WmiHost &host) : Object(host, "enumerator"), m_rows(host.wmiRows()) {}
+    HRESULT STDMETHODCALLTYPE Next(long timeout, ULONG count, IWbemClassObject **objects, ULONG *returned) override
+    {
+        const HRESULT result = call("Next", static_cast<qint32>(timeout), count);
+        // A failing call ends the rows and leaves `returned` alone.
+        if (failed(result) && m_rows.isEmpty())
+            return result;
+        *returned = m_rows.isEmpty() ? 0 : 1;
+        if (!m_rows.isEmpty())
+            *objects = new Row(m_host, m_rows.takeFirst());
+        return result;
+    }
+
+private:
+    QVector<WmiRow> m_rows;
+};
+
+struct Services : Object<IWbemServices> {
+    explicit Services(WmiHost &host) : Object(host, "services") {}
+    HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR language, const BSTR query, long flags, IWbemContext *context,
+                                        IEnumWbemClassObject **enumerator) override
+    {
+        const HRESULT result = call("ExecQuery", language, query, flags, context);
+        if (!failed(result))
+            *enumerator = new Enumerator(m_host);
+        return result;
+    }
+};
+
+struct Locator : Object<IWbemLocator> {
+    explicit Locator(WmiHost &host) : Object(host, "locator") {}
+    HRESULT STDMETHODCALLTYPE ConnectServer(const BSTR resource, const BSTR user, const BSTR password,
+                                            const BSTR locale, long flags, const BSTR authority, IWbemContext *context,
+                                            IWbemServices **services) override
+    {
+        const HRESULT result = call("ConnectServer", resource, user, password, locale, flags, authority, context);
+        if (!failed(result))
+            *services = new Services(m_host);
+        return result;
+    }
+};
+
+} // namespace
+
+IWbemLocator *makeLocator(WmiHost &host)
+{
+    return new Locator(host);
+}
+
+bool failed(HRESULT result)
+{
+    return static_cast<qint32>(result) < 0;
+}
+
+QString show(const wchar_t *text)
+{
+    return text ? QString::fromWCharArray(text) : "null";
+}
+
+QString show(const void *pointer)
+{
+    return pointer ? "set" : "null";
+}
+
+QString show(IUnknown *object)
+{
+    return object ? dynamic_cast<Named *>(object)->name : "null";
+}
+
+QString show(const GUID &guid)
+{
+    return QString::number(guid.Data1, 16);
+}
+
+QString show(qint64 number)
+{
+    return QString::number(number);
+}

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <QMap>
+#include <QStringList>
+#include <QVector>
+
+#include "sdk/wbemidl.h"
+
+/// A property of a row of the WMI query: the HRESULT of Get(), the type of the VARIANT and, for a string,
+/// its text.
+struct WmiValue {
+    HRESULT result;
+    VARTYPE type;
+    QString text;
+};
+
+/// A row of the WMI query, by property.
+using WmiRow = QMap<QString, WmiValue>;
+
+/// What stands behind the objects of the WMI query.
+class WmiHost
+{
+public:
+    virtual ~WmiHost() = default;
+
+    /// Told of every COM call before it does anything, with its arguments as text; gives the call's HRESULT.
+    /// A failing call does nothing.
+    virtual HRESULT comCall(const QString &function, const QString &arguments) = 0;
+
+    /// The rows that the query finds.
+    virtual QVector<WmiRow> wmiRows() = 0;
+
+    /// As IUnknown::QueryInterface() for each of the objects.
+    virtual HRESULT queryInterface(REFIID, void **) { return E_NOINTERFACE; }
+};
+
+/// Gives a locator whose services answer the query with the rows of `host`, which outlives them all.
+IWbemLocator *makeLocator(WmiHost &host);
+
+/// Gives a text that VariantClear() frees.
+BSTR makeVariantText(const wchar_t *text);
+
+bool failed(HRESULT result);
+
+/// Arguments of a call as text; an object of the query shows by its name.
+QString show(const wchar_t *text);
+QString show(const void *pointer);
+QString show(IUnknown *object);
+QString show(const GUID &guid);
+QString show(qint64 number);
+
+template <typename... Arguments>
+HRESULT comCall(WmiHost &host, const char *function, const Arguments &...arguments)
+{
+    return host.comCall(function, QStringList{show(arguments)...}.join(", "));
+}
