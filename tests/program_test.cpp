@@ -129,11 +129,9 @@ void ProgramTest::machineFiles_data()
 
 void ProgramTest::machineFiles()
 {
-    if (!m_native.isEmpty())
-        QSKIP("The machine file is the same under Wine.");
     QFETCH(QByteArray, file);
     QFETCH(QString, message);
-    const Run run = runProgram(m_command, "list", file);
+    const Run run = runProgram(m_native.isEmpty() ? m_command : m_native, "list", file);
     QCOMPARE(run.exitCode, 2);
     QVERIFY2(run.errors.contains(message), qPrintable(run.errors));
     QCOMPARE(run.machine, file);

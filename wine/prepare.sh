@@ -18,7 +18,7 @@ program() {
 }
 if [[ $kind == win64 ]]; then package=wine64; else package=wine32:i386; fi
 program "$package" 'wine64|wine' >"$wine/loader"
-export WINEARCH=$kind WINEPREFIX=$wine/prefix WINEDEBUG=-all DISPLAY= WINEDLLOVERRIDES='mscoree,mshtml='
+export WINEARCH=$kind WINEPREFIX=$wine/prefix WINEDEBUG=-all DISPLAY='' WINEDLLOVERRIDES='mscoree,mshtml='
 loader=$(<"$wine/loader")
 if [[ ! -d $wine/prefix ]]; then
     rm -rf "$wine/prefix.new"

@@ -6,7 +6,7 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 wine=$here/../build/wine/$1
 shift
 cd "$wine/decoys" || exit
-export WINEPREFIX=$wine/prefix WINEDEBUG=-all DISPLAY= LC_ALL=C.UTF-8
+export WINEPREFIX=$wine/prefix WINEDEBUG=-all DISPLAY='' LC_ALL=C.UTF-8
 # Wine takes its own netsh before any other, unless it is told.
 export WINEDLLOVERRIDES=netsh.exe=n
 export WINEPATH="Z:${wine//\//\\}\\decoys;Z:${wine//\//\\}\\package"
