@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
 
 using namespace libtessark;
 
@@ -31,7 +30,7 @@ int child(const QList<QByteArray> &arguments)
     if (arguments.contains("place")) {
         wchar_t folder[MAX_PATH];
         GetCurrentDirectoryW(MAX_PATH, folder);
-        std::printf("%ls %s %s", folder, std::getenv("PATH"), std::getenv("KEPT"));
+        std::printf("%ls %s %s", folder, qgetenv("PATH").constData(), qgetenv("KEPT").constData());
     }
     if (arguments.contains("sleep"))
         Sleep(31000);

@@ -94,7 +94,17 @@ void ProgramTest::roads()
     QFETCH(QJsonObject, given);
     const QByteArray machine = QJsonDocument(given["machine"].toObject()).toJson();
     const QString word = given["word"].toString();
-    const Run run = runProgram(m_command, word, machine);
+    Run run = runProgram(m_command, word, machine);
+    if (!m_native.isEmpty()) {
+        const QStringList expected = runProgram(m_native, word, machine).log;
+        if (run.log != expected) {
+            qWarning("Once in some thousand starts Wine cannot start a process. If it comes out well now, it was that; "
+                     "what it had logged:\n%s",
+                     qPrintable(run.log.join('\n')));
+            run = runProgram(m_command, word, machine);
+        }
+        QCOMPARE(run.log, expected);
+    }
     QVERIFY2(run.exitCode == given["exit"].toInt(), qPrintable(run.errors + run.log.join('\n')));
     QStringList messages = given["log"].toVariant().toStringList();
     QCOMPARE(run.hasLog, !messages.isEmpty());
@@ -112,8 +122,6 @@ void ProgramTest::roads()
         found << entry["name"].toString() + "=" + number + (entry["enabled"].toBool(true) ? "+" : "-");
     }
     QCOMPARE(found.join(", "), given["interfaces"].toString());
-    if (!m_native.isEmpty())
-        QCOMPARE(run.log.join('\n'), runProgram(m_native, word, machine).log.join('\n'));
 }
 
 void ProgramTest::machineFiles_data()
