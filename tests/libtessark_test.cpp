@@ -30,7 +30,9 @@ int child(const QList<QByteArray> &arguments)
     if (arguments.contains("place")) {
         wchar_t folder[MAX_PATH];
         GetCurrentDirectoryW(MAX_PATH, folder);
-        std::printf("%ls %s %s", folder, qgetenv("PATH").constData(), qgetenv("KEPT").constData());
+        std::printf("%ls", folder);
+        for (const char *name : {"PATH", "NoDefaultCurrentDirectoryInExePath", "KEPT"})
+            std::printf(" %s", qgetenv(name).constData());
     }
     if (arguments.contains("sleep"))
         Sleep(31000);
@@ -97,7 +99,7 @@ int main(int argc, char **argv)
     qputenv("KEPT", "on");
     verify(utils::executeSync("cmd.exe /c \"\"" + self + "\" 0 place\"", &bytes, nullptr) == 0 &&
                bytes.toLower() == "[place]c:\\windows\\system32 c:\\windows\\system32;c:\\windows;c:\\windows\\"
-                                  "system32\\wbem;c:\\windows\\system32\\windowspowershell\\v1.0 on",
+                                  "system32\\wbem;c:\\windows\\system32\\windowspowershell\\v1.0 1 on",
            "the system's folders alone, and the rest of the environment");
     for (const QString &name :
          {QString("no-such-tool /x"), "\"" + self + "\" 0", self + " 0", QString(), QString(" ")}) {
