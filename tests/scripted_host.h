@@ -2,83 +2,88 @@
 
 #include "host.h"
 
+#include <QDateTime>
 #include <QDebug>
 #include <QFile>
-#include <QList>
-#include <QPair>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
-/// A host that hands out prepared results and logs what it is asked for between the statements of the program.
-/// Time stands still.
+/// A host that gives prepared answers and logs what it is asked for, with the answer, between the statements of the
+/// program. Time stands still.
 struct ScriptedHost : Host {
-    /// Exit code and output of each run; when none is left, runs succeed and write nothing.
-    using Runs = QList<QPair<int, QByteArray>>;
-
-    Runs tools;
-    Runs commandLines;
-    QList<QVector<WmiRow>> inventories; ///< One for each WMI query; the last one stays.
-    QMap<QString, HRESULT> comResults;  ///< By COM function.
-    int version = 0;                    ///< What winVersion() gives.
+    QStringList answers; ///< To the calls, in their order, as roads.txt writes them; "0" when none is left.
+    bool journalCom = false;
+    QMap<QString, HRESULT> comResults; ///< By COM function; with the rows, for a journal of COM.
+    QVector<WmiRow> rows;
+    QString scratch; ///< The file that a command wrote last.
+    int version = 0; ///< What winVersion() gives.
     int major = 10;
     QTemporaryDir folder;
     QString logFolder = folder.filePath("log");
-
-    QStringList journal; ///< What was logged, statements as "level function: message".
-    bool journalCom = false;
+    QStringList journal; ///< What was logged.
+    const QDateTime began = QDateTime::currentDateTime();
 
     static void record(const QString &call) { qDebug().noquote() << call; }
 
-    /// An inventory from a text such as "name=id, name=id".
-    static QVector<WmiRow> inventory(const QString &text)
+    QString answered(const QString &call)
     {
-        QVector<WmiRow> rows;
-        for (const QString &entry : text.split(", ", Qt::SkipEmptyParts)) {
-            rows.append({{"NetConnectionID", {0, VT_BSTR, entry.section('=', 0, 0)}},
-                         {"PNPDeviceID", {0, VT_BSTR, entry.section('=', 1)}}});
-        }
-        return rows;
+        const QString answer = answers.isEmpty() ? "0" : answers.takeFirst();
+        record(call + " -> " + answer);
+        return answer;
     }
 
-    static QPair<int, QByteArray> take(Runs &runs) { return runs.isEmpty() ? Runs{{0, ""}}[0] : runs.takeFirst(); }
-
-    int runTool(const QString &program, const QStringList &arguments, QString &output) override
+    /// What a command writes.
+    static QString output(const QString &answer)
     {
-        record(program + " [" + arguments.join("] [") + "]");
-        const auto run = take(tools);
-        output = QString::fromUtf8(run.second);
-        return run.first;
+        return answer.section(' ', 1)
+            .replace("\\r", "\r")
+            .replace("\\n", "\n")
+            .replace("\\t", "\t")
+            .replace("\\uFEFF", QChar(0xfeff));
     }
 
-    int runCommandLine(const QString &commandLine, QByteArray &output) override
+    int runTool(const QString &program, const QStringList &arguments, QString &text) override
     {
-        const auto run = take(commandLines);
+        const QString answer = answered(program + " [" + arguments.join("] [") + "]");
+        text = output(answer);
+        return answer.section(' ', 0, 0).toInt();
+    }
+
+    int runCommandLine(const QString &commandLine, QByteArray &bytes) override
+    {
         const QString target = QRegularExpression("> \"([^\"]+)\"").match(commandLine).captured(1);
         QFile file(target);
-        if (file.exists() && journal.filter("SCRATCH").isEmpty())
+        if (file.exists() && target != scratch)
             record("The scratch file is there before a command has run");
-        record(target.isEmpty() ? commandLine : QString(commandLine).replace(target, "SCRATCH"));
+        scratch = target;
+        const QString answer =
+            answered(target.isEmpty() ? commandLine : QString(commandLine).replace(target, "SCRATCH"));
+        const QString text = output(answer);
         if (target.isEmpty())
-            output += run.second;
-        else if (!run.second.isNull() && file.open(QIODevice::WriteOnly))
-            file.write(run.second);
-        return run.first;
+            bytes += text.toLatin1();
+        else if (answer.contains(' ') && file.open(QIODevice::WriteOnly))
+            file.write(reinterpret_cast<const char *>(text.utf16()), text.size() * 2);
+        return answer.section(' ', 0, 0).toInt();
     }
 
     HRESULT comCall(const QString &function, const QString &arguments) override
     {
-        if (journalCom)
+        if (journalCom) {
             record(function + "(" + arguments + ")");
+            return comResults.value(function);
+        }
+        if (function == "CoInitializeEx") {
+            rows.clear();
+            const QString answer = answered("read");
+            for (const QString &row : answer.split(", ").filter("="))
+                rows.append({{"NetConnectionID", {0, VT_BSTR, row.section('=', 0, 0)}},
+                             {"PNPDeviceID", {0, VT_BSTR, row.section('=', 1)}}});
+            comResults["CoInitializeSecurity"] = answer == "fails" ? -2147417831 : 0;
+        }
         return comResults.value(function);
     }
 
-    QVector<WmiRow> wmiRows() override
-    {
-        if (!journalCom)
-            record("read");
-        return inventories.size() > 1 ? inventories.takeFirst() : inventories.value(0);
-    }
-
+    QVector<WmiRow> wmiRows() override { return rows; }
     bool win64Sys() override { return true; }
     int winVersion(int *majorOut, int *minorOut) override
     {
@@ -86,7 +91,6 @@ struct ScriptedHost : Host {
         *minorOut = 3;
         return version;
     }
-
     QString commonLogDir(const QString &subdir) override
     {
         record("getCommonLogDir");
@@ -109,18 +113,25 @@ Host &host()
     return scripted ? *scripted : first;
 }
 
-/// Gives a line of the log without what is the same in all of them.
-QString shortened(QString line)
+/// A line of the log without date, thread, package, file and source line. One that is not as it should be stays whole.
+QString shortened(const QString &line)
 {
-    const QRegularExpression prefix(R"(^\w{3} \w{3} +\d+ [\d:]{8} \d{4} \[0x[1-9a-f][0-9a-f]*\] \[(\w+)\] )"
-                                    R"(\[Halvane Relay Kit:\.\\(main:|tap:ZELK::(?:Tap::)?)(\w+)\(\):(\d+)\] )");
+    static const QRegularExpression form(R"(^([^[]+) \[0x[1-9a-f][0-9a-f]*\] (\[\w+\]) \[Halvane Relay Kit:\.\\)"
+                                         R"((main:(?=main)|tap:(?=ZELK::))([\w:]+\(\):)(\d+)\] )");
     // No two statements share a source line, so each line has one level.
     static QMap<QString, QString> levels;
-    const auto match = prefix.match(line);
-    QString &level = levels[match.captured(2).left(4) + match.captured(4)];
+    const auto match = form.match(line);
+    QString &level = levels[match.captured(3) + match.captured(5)];
     if (level.isEmpty())
-        level = match.captured(1);
-    return level == match.captured(1) ? line.replace(prefix, "\\1 \\3: ") : line;
+        level = match.captured(2);
+    // The date is as the system's language writes it.
+    bool dated = false;
+    for (auto time = QDateTime::currentDateTime(); time > scripted->began.addSecs(-1); time = time.addSecs(-1))
+        dated |= time.toString() == match.captured(1);
+    const QString message = line.mid(match.capturedEnd());
+    return dated && level == match.captured(2)
+               ? level + ' ' + match.captured(4) + (message.isEmpty() ? "" : ' ' + message)
+               : line;
 }
 
 /// What is logged goes to the journal from now on, until main() opens its log.
