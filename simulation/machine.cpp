@@ -90,6 +90,16 @@ QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &pl
     return object;
 }
 
+/// Replaces the file, or leaves it as it was and gives the cause.
+QString replaceFile(const QString &path, const QByteArray &text)
+{
+    QSaveFile file(path);
+    // On a full disk only the size written and the flush tell: commit() alone would put a cut file in place.
+    const bool done =
+        file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.flush() && file.commit();
+    return done ? QString() : file.errorString();
+}
+
 int answer(QByteArray &output, const QString &text, int exitCode)
 {
     output = text.toUtf8() + "\r\n";
@@ -130,9 +140,9 @@ void Machine::save()
             {"name", each.name}, {"id", each.id}, {"enabled", each.enabled}, {"listedFromRead", each.listedFromRead}});
     }
     m_state["interfaces"] = interfaces;
-    QSaveFile file(m_path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(m_state).toJson()) < 0 || !file.commit())
-        stop(m_path + ": " + file.errorString());
+    const QString cause = replaceFile(m_path, QJsonDocument(m_state).toJson());
+    if (!cause.isEmpty())
+        stop(m_path + ": " + cause);
 }
 
 QVector<Machine::Interface> Machine::listInterfaces()
