@@ -1,6 +1,7 @@
 #include "machine.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
@@ -15,7 +16,7 @@
 namespace
 {
 
-/// Every key of a machine file, with the value that stands for a missing one; "*" stands for any key. No
+/// Every key of a machine file, with the value that stands for a missing one; "*" alone stands for any keys. No
 /// interface is there unless the file holds it.
 const char modelFile[] = R"({
     "system": {"major": 10, "minor": 0, "x64": true, "wmic": true, "devcon": true},
@@ -77,15 +78,20 @@ QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &pl
     }
     if (!given.isObject())
         return given;
+    // The other numbers are codes.
+    const QStringList counts = {"major", "minor", "listedFromRead", "createAtOnce", "listNewFromRead", "wmiFromQuery"};
     QJsonObject object = given.toObject();
     const QJsonObject keys = model.toObject();
-    for (const QString &key : object.keys() + keys.keys()) {
+    const bool anyKeys = keys.contains("*");
+    for (const QString &key : object.keys() + (anyKeys ? QStringList() : keys.keys())) {
         const QString keyPlace = place + separator + key;
-        const QJsonValue keyModel = keys.contains(key) ? keys[key] : keys.value("*");
+        const QJsonValue keyModel = keys.value(anyKeys ? "*" : key);
         if (keyModel.isUndefined())
             stop(keyPlace + ": unknown key");
-        if (key != "*")
-            object[key] = complete(object.value(key), keyModel, keyPlace);
+        object[key] = complete(object.value(key), keyModel, keyPlace);
+        const int number = object[key].toInt();
+        if (counts.contains(key) && (number < 0 || number > 1000))
+            stop(keyPlace + ": expected a whole number from 0 to 1000");
     }
     return object;
 }
@@ -113,14 +119,25 @@ Machine::Machine(const QString &path) : m_path(path)
     QByteArray text = "{}";
     QFile file(path);
     if (file.exists()) {
+        // A device or a pipe may never end.
+        if (!QFileInfo(file).isFile())
+            stop(path + ": not a regular file");
         if (!file.open(QIODevice::ReadOnly))
             stop(path + ": " + file.errorString());
         text = file.readAll();
+        if (text.trimmed().isEmpty())
+            stop(path + ": the file is empty");
     }
     QJsonParseError error;
     const QJsonDocument given = QJsonDocument::fromJson(text, &error);
-    if (error.error != QJsonParseError::NoError)
-        stop(QString("%1: at byte %2: %3").arg(path).arg(error.offset).arg(error.errorString()));
+    if (error.error != QJsonParseError::NoError) {
+        const QString before = QString::fromUtf8(text.left(error.offset));
+        stop(QString("%1: line %2, column %3: %4")
+                 .arg(path)
+                 .arg(before.count('\n') + 1)
+                 .arg(before.size() - before.lastIndexOf('\n'))
+                 .arg(error.errorString()));
+    }
     m_state = complete(given.isArray() ? QJsonValue(given.array()) : given.object(),
                        QJsonDocument::fromJson(modelFile).object(), path, ": ")
                   .toObject();

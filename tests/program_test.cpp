@@ -133,7 +133,7 @@ void ProgramTest::machineFiles_data()
                                  << "machine.json: faults.wmi.ExecQery: unknown key";
     QTest::newRow("wrong type") << QByteArray(R"({"interfaces": [{"name": "A"}, {"name": 7}]})")
                                 << "machine.json: interfaces[1].name: expected a text";
-    QTest::newRow("not JSON") << QByteArray("{") << "machine.json: at byte 1: ";
+    QTest::newRow("not JSON") << QByteArray("{") << "machine.json: line 1, column 2: ";
 }
 
 void ProgramTest::machineFiles()
