@@ -12,21 +12,35 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <sys/file.h>
 
 namespace
 {
 
 const char wmicTool[] = R"(C:\Windows\System32\wbem\WMIC.exe)";
 
+/// Makes the machine's folder the current one and waits until no other run is in it; gives `path`. The lock goes
+/// with the process, killed or not.
+const QString &enter(const QString &path)
+{
+    const QFileInfo file(path);
+    // Nothing is made beside what the machine refuses to read.
+    if (file.exists() && !file.isFile())
+        Machine refused(path);
+    QDir().mkdir(path + ".files");
+    static QFile lock("lock");
+    if (!QDir::setCurrent(path + ".files") || !lock.open(QIODevice::WriteOnly) || flock(lock.handle(), LOCK_EX) != 0) {
+        std::fprintf(stderr, "%s.files: cannot be used\n", qPrintable(path));
+        std::exit(2);
+    }
+    return path;
+}
+
 class MachineHost : public Host
 {
 public:
-    explicit MachineHost(const QString &path) : m_machine(path), m_path(path)
+    explicit MachineHost(const QString &path) : m_path(enter(path)), m_machine(path)
     {
-        if (!QDir().mkpath(path + ".files") || !QDir::setCurrent(path + ".files")) {
-            std::fprintf(stderr, "%s.files: cannot be the current folder\n", qPrintable(path));
-            std::exit(2);
-        }
         if (m_machine.system()["wmic"].toBool())
             QFile(wmicTool).open(QIODevice::WriteOnly);
         else
@@ -99,8 +113,8 @@ private:
         return exitCode;
     }
 
-    Machine m_machine;
     QString m_path;
+    Machine m_machine;
 };
 
 } // namespace
