@@ -197,15 +197,14 @@ void UnitTest::names()
     QCOMPARE(tap.rename("Bü ro's \"%2\" %1", "%1"), 0);
     QCOMPARE(tap.enable("Bü ro's"), 0);
     QCOMPARE(tap.disable(""), 0);
-    const QStringList calls{
-        "cmd /c powershell -NonInteractive -Command  \"Rename-NetAdapter -Name 'Bü ro's \"%2\" %1' -NewName '%1' \" -> "
-        "1",
-        "netsh.exe interface set interface name='Bü ro's \"%2\" %1' newname='%1' -> 0",
-        "cmd /c powershell -NonInteractive -Command  \"Enable-NetAdapter -Name 'Bü ro's' -Confirm:$False \" -> 2",
-        "netsh.exe interface set interface name='Bü ro's' admin=ENABLED -> 0",
-        "cmd /c powershell -NonInteractive -Command  \"Disable-NetAdapter -Name '' -Confirm:$False \" -> 3",
-        "netsh.exe interface set interface name='' admin=DISABLED -> 0"};
-    QCOMPARE(scripted->journal.filter(" -> "), calls);
+    const QString calls =
+        R"(cmd /c powershell -NonInteractive -Command  "Rename-NetAdapter -Name 'Bü ro's "%2" %1' -NewName '%1' " -> 1
+netsh.exe interface set interface name='Bü ro's "%2" %1' newname='%1' -> 0
+cmd /c powershell -NonInteractive -Command  "Enable-NetAdapter -Name 'Bü ro's' -Confirm:$False " -> 2
+netsh.exe interface set interface name='Bü ro's' admin=ENABLED -> 0
+cmd /c powershell -NonInteractive -Command  "Disable-NetAdapter -Name '' -Confirm:$False " -> 3
+netsh.exe interface set interface name='' admin=DISABLED -> 0)";
+    QCOMPARE(scripted->journal.filter(" -> ").join('\n'), calls);
 }
 
 void UnitTest::unwritableLog()

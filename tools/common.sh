@@ -7,7 +7,7 @@ export HOME=${HOME-~}
 
 say() { printf '== %s\n' "$*" >&2; }
 fail() { say "failed: $*"; exit 1; }
-[[ $root != *[\;\#\"$'\n']* ]] || fail "CMake cannot build in a folder with ; # or \" in its name: $root"
+[[ $root != *[\;\#\"\'\&$'\n']* ]] || fail "CMake and Ninja cannot build in a folder with ; # \" ' or & in its name: $root"
 
 # Debian's packages, by what they are for.
 declare -A packages=(
@@ -58,9 +58,8 @@ need() {
     fi
     # New package lists are asked for only when it does not work without; one that fails may not matter.
     # shellcheck disable=SC2317 # It does not see that "quietly" calls them.
-    fetch() { "${apt[@]}" install "${missing[@]}"; }
-    fetch_or_update() { fetch || { "${apt[@]}" update; fetch; }; }
-    quietly "installing ${missing[*]}" fetch_or_update
+    fetch() { "${apt[@]}" install "${missing[@]}" || { "${apt[@]}" update; "${apt[@]}" install "${missing[@]}"; }; }
+    quietly "installing ${missing[*]}" fetch
 }
 
 # build PRESET [ARGUMENT...]: configures the preset with these arguments if that has not been done, and builds it.
