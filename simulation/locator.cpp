@@ -17,11 +17,9 @@ struct Server : WmiHost, IClassFactory, IClientSecurity {
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **object) override
     {
-        *object = nullptr;
-        if (iid == IID_IClassFactory)
-            *object = static_cast<IClassFactory *>(this);
-        else if (iid == IID_IClientSecurity)
-            *object = static_cast<IClientSecurity *>(this);
+        *object = iid == IID_IClassFactory     ? static_cast<IClassFactory *>(this)
+                  : iid == IID_IClientSecurity ? static_cast<void *>(static_cast<IClientSecurity *>(this))
+                                               : nullptr;
         return *object ? S_OK : E_NOINTERFACE;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return 1; }

@@ -69,6 +69,9 @@ QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &pl
         given = model.isArray() ? QJsonArray() : model.isObject() ? QJsonObject() : model;
     if (given.type() != model.type() || (given.isDouble() && given.toDouble() != given.toInt()))
         stop(place + ": expected " + kinds[model.type()]);
+    // A number that is not 0 by itself counts something; the others are codes.
+    if (model.toInt() > 0 && (given.toInt() < 0 || given.toInt() > 1000))
+        stop(place + ": expected a whole number from 0 to 1000");
 
     if (given.isArray()) {
         QJsonArray array = given.toArray();
@@ -78,8 +81,6 @@ QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &pl
     }
     if (!given.isObject())
         return given;
-    // The other numbers are codes.
-    const QStringList counts = {"major", "minor", "listedFromRead", "createAtOnce", "listNewFromRead", "wmiFromQuery"};
     QJsonObject object = given.toObject();
     const QJsonObject keys = model.toObject();
     const bool anyKeys = keys.contains("*");
@@ -89,21 +90,8 @@ QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &pl
         if (keyModel.isUndefined())
             stop(keyPlace + ": unknown key");
         object[key] = complete(object.value(key), keyModel, keyPlace);
-        const int number = object[key].toInt();
-        if (counts.contains(key) && (number < 0 || number > 1000))
-            stop(keyPlace + ": expected a whole number from 0 to 1000");
     }
     return object;
-}
-
-/// Replaces the file, or leaves it as it was and gives the cause.
-QString replaceFile(const QString &path, const QByteArray &text)
-{
-    QSaveFile file(path);
-    // On a full disk only the size written and the flush tell: commit() alone would put a cut file in place.
-    const bool done =
-        file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.flush() && file.commit();
-    return done ? QString() : file.errorString();
 }
 
 int answer(QByteArray &output, const QString &text, int exitCode)
@@ -132,11 +120,9 @@ Machine::Machine(const QString &path) : m_path(path)
     const QJsonDocument given = QJsonDocument::fromJson(text, &error);
     if (error.error != QJsonParseError::NoError) {
         const QString before = QString::fromUtf8(text.left(error.offset));
-        stop(QString("%1: line %2, column %3: %4")
-                 .arg(path)
-                 .arg(before.count('\n') + 1)
-                 .arg(before.size() - before.lastIndexOf('\n'))
-                 .arg(error.errorString()));
+        const int column = before.size() - before.lastIndexOf('\n');
+        stop(QString("%1: line %2, column %3: ").arg(path).arg(before.count('\n') + 1).arg(column) +
+             error.errorString());
     }
     m_state = complete(given.isArray() ? QJsonValue(given.array()) : given.object(),
                        QJsonDocument::fromJson(modelFile).object(), path, ": ")
@@ -157,9 +143,11 @@ void Machine::save()
             {"name", each.name}, {"id", each.id}, {"enabled", each.enabled}, {"listedFromRead", each.listedFromRead}});
     }
     m_state["interfaces"] = interfaces;
-    const QString cause = replaceFile(m_path, QJsonDocument(m_state).toJson());
-    if (!cause.isEmpty())
-        stop(m_path + ": " + cause);
+    QSaveFile file(m_path);
+    const QByteArray text = QJsonDocument(m_state).toJson();
+    // On a full disk only the size written and the flush tell: commit() alone would put a cut file in place.
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) < text.size() || !file.flush() || !file.commit())
+        stop(m_path + ": " + file.errorString());
 }
 
 QVector<Machine::Interface> Machine::listInterfaces()
@@ -189,9 +177,9 @@ QVector<WmiRow> Machine::wmiRows()
         const WmiValue name{0, VARTYPE(each.name.isEmpty() ? VT_NULL : VT_BSTR), each.name};
         rows.append({{"NetConnectionID", name}, {"PNPDeviceID", {0, VT_BSTR, each.id}}});
     }
-    if (faults()["wmiFromQuery"].toInt() > 1) {
+    if (const int from = faults()["wmiFromQuery"].toInt(); from > 1) {
         QJsonObject left = faults();
-        left["wmiFromQuery"] = left["wmiFromQuery"].toInt() - 1;
+        left["wmiFromQuery"] = from - 1;
         m_state["faults"] = left;
         save();
     }

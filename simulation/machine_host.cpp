@@ -63,14 +63,10 @@ public:
     {
         const QRegularExpression form(R"re(^(?:cmd /c (powershell|wmic)|(netsh)\.exe) (.*?)(?:> "([^"]*)" ?)?$)re");
         const QRegularExpressionMatch match = form.match(commandLine);
-        if (!match.hasMatch()) {
-            output = "No such command: " + commandLine.toUtf8();
-            return shown(1, output);
-        }
         QFile target(match.captured(4));
         const bool redirected = !match.captured(4).isNull();
-        if (redirected && !target.open(QIODevice::WriteOnly)) {
-            output = "No such file: " + target.fileName().toUtf8();
+        if (!match.hasMatch() || (redirected && !target.open(QIODevice::WriteOnly))) {
+            output = "No such command or file: " + commandLine.toUtf8();
             return shown(1, output);
         }
         const int exitCode = m_machine.run(match.captured(1) + match.captured(2), match.captured(3), output);

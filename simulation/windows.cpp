@@ -8,32 +8,22 @@
 #include <cstdlib>
 #include <wchar.h>
 
-namespace
-{
-
-template <typename... Arguments>
-HRESULT call(const char *function, const Arguments &...arguments)
-{
-    return comCall(host(), function, arguments...);
-}
-
-} // namespace
-
 HRESULT CoInitializeEx(LPVOID reserved, DWORD model)
 {
-    return call("CoInitializeEx", reserved, model);
+    return comCall(host(), "CoInitializeEx", {reserved, model});
 }
 
 HRESULT CoInitializeSecurity(void *descriptor, int services, void *serviceList, void *reserved1, DWORD authnLevel,
                              DWORD impLevel, void *authnList, DWORD capabilities, void *reserved3)
 {
-    return call("CoInitializeSecurity", descriptor, services, serviceList, reserved1, authnLevel, impLevel, authnList,
-                capabilities, reserved3);
+    return comCall(
+        host(), "CoInitializeSecurity",
+        {descriptor, services, serviceList, reserved1, authnLevel, impLevel, authnList, capabilities, reserved3});
 }
 
 HRESULT CoCreateInstance(REFCLSID clsid, IUnknown *outer, DWORD context, REFIID iid, LPVOID *object)
 {
-    const HRESULT result = call("CoCreateInstance", clsid, outer, context, iid);
+    const HRESULT result = comCall(host(), "CoCreateInstance", {clsid, outer, context, iid});
     if (!failed(result))
         *object = makeLocator(host());
     return result;
@@ -42,24 +32,24 @@ HRESULT CoCreateInstance(REFCLSID clsid, IUnknown *outer, DWORD context, REFIID 
 HRESULT CoSetProxyBlanket(IUnknown *proxy, DWORD authnService, DWORD authzService, OLECHAR *principal, DWORD authnLevel,
                           DWORD impLevel, void *identity, DWORD capabilities)
 {
-    return call("CoSetProxyBlanket", proxy, authnService, authzService, principal, authnLevel, impLevel, identity,
-                capabilities);
+    return comCall(host(), "CoSetProxyBlanket",
+                   {proxy, authnService, authzService, principal, authnLevel, impLevel, identity, capabilities});
 }
 
 void CoUninitialize()
 {
-    call("CoUninitialize");
+    comCall(host(), "CoUninitialize", {});
 }
 
 BSTR SysAllocString(const OLECHAR *text)
 {
-    call("SysAllocString", text);
+    comCall(host(), "SysAllocString", {text});
     return wcsdup(text);
 }
 
 void SysFreeString(BSTR text)
 {
-    call("SysFreeString", text);
+    comCall(host(), "SysFreeString", {text});
     free(text);
 }
 
@@ -70,7 +60,7 @@ BSTR makeVariantText(const wchar_t *text)
 
 HRESULT VariantClear(VARIANT *value)
 {
-    const HRESULT result = call("VariantClear");
+    const HRESULT result = comCall(host(), "VariantClear", {});
     if (value->vt == VT_BSTR)
         free(value->bstrVal);
     *value = {};

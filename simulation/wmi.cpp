@@ -21,7 +21,7 @@ struct Object : Interface, Named {
     ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
     ULONG STDMETHODCALLTYPE Release() override
     {
-        call("Release", static_cast<IUnknown *>(this));
+        comCall(m_host, "Release", {static_cast<IUnknown *>(this)});
         const ULONG left = --m_references;
         if (left == 0)
             delete this;
@@ -29,12 +29,6 @@ struct Object : Interface, Named {
     }
 
 protected:
-    template <typename... Arguments>
-    HRESULT call(const char *function, const Arguments &...arguments)
-    {
-        return comCall(m_host, function, arguments...);
-    }
-
     WmiHost &m_host;
 
 private:
@@ -45,7 +39,7 @@ struct Row : Object<IWbemClassObject> {
     Row(WmiHost &host, const WmiRow &values) : Object(host, "row"), m_values(values) {}
     HRESULT STDMETHODCALLTYPE Get(LPCWSTR property, long flags, VARIANT *value, CIMTYPE *type, long *flavor) override
     {
-        call("Get", property, flags, type, flavor);
+        comCall(m_host, "Get", {property, flags, type, flavor});
         const WmiValue found = m_values.value(QString::fromWCharArray(property));
         if (failed(found.result))
             return found.result;
@@ -65,7 +59,7 @@ struct Enumerator : Object<IEnumWbemClassObject> {
     explicit Enumerator(WmiHost &host) : Object(host, "enumerator"), m_rows(host.wmiRows()) {}
     HRESULT STDMETHODCALLTYPE Next(long timeout, ULONG count, IWbemClassObject **objects, ULONG *returned) override
     {
-        const HRESULT result = call("Next", static_cast<qint32>(timeout), count);
+        const HRESULT result = comCall(m_host, "Next", {static_cast<qint32>(timeout), count});
         // A failing call ends the rows and leaves `returned` alone.
         if (failed(result) && m_rows.isEmpty())
             return result;
@@ -84,7 +78,7 @@ struct Services : Object<IWbemServices> {
     HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR language, const BSTR query, long flags, IWbemContext *context,
                                         IEnumWbemClassObject **enumerator) override
     {
-        const HRESULT result = call("ExecQuery", language, query, flags, context);
+        const HRESULT result = comCall(m_host, "ExecQuery", {language, query, flags, context});
         if (!failed(result))
             *enumerator = new Enumerator(m_host);
         return result;
@@ -97,7 +91,8 @@ struct Locator : Object<IWbemLocator> {
                                             const BSTR locale, long flags, const BSTR authority, IWbemContext *context,
                                             IWbemServices **services) override
     {
-        const HRESULT result = call("ConnectServer", resource, user, password, locale, flags, authority, context);
+        const HRESULT result =
+            comCall(m_host, "ConnectServer", {resource, user, password, locale, flags, authority, context});
         if (!failed(result))
             *services = new Services(m_host);
         return result;
@@ -116,27 +111,12 @@ bool failed(HRESULT result)
     return static_cast<qint32>(result) < 0;
 }
 
-QString show(const wchar_t *text)
-{
-    return text ? QString::fromWCharArray(text) : "null";
-}
+Argument::Argument(IUnknown *object) : text(object ? dynamic_cast<Named *>(object)->name : "null") {}
 
-QString show(const void *pointer)
+HRESULT comCall(WmiHost &host, const char *function, std::initializer_list<Argument> arguments)
 {
-    return pointer ? "set" : "null";
-}
-
-QString show(IUnknown *object)
-{
-    return object ? dynamic_cast<Named *>(object)->name : "null";
-}
-
-QString show(const GUID &guid)
-{
-    return QString::number(guid.Data1, 16);
-}
-
-QString show(qint64 number)
-{
-    return QString::number(number);
+    QStringList texts;
+    for (const Argument &argument : arguments)
+        texts << argument.text;
+    return host.comCall(function, texts.join(", "));
 }

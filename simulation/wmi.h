@@ -4,6 +4,8 @@
 #include <QStringList>
 #include <QVector>
 
+#include <initializer_list>
+
 #include "sdk/wbemidl.h"
 
 /// A property of a row of the WMI query: the HRESULT of Get(), the type of the VARIANT and, for a string,
@@ -42,15 +44,15 @@ BSTR makeVariantText(const wchar_t *text);
 
 bool failed(HRESULT result);
 
-/// Arguments of a call as text; an object of the query shows by its name.
-QString show(const wchar_t *text);
-QString show(const void *pointer);
-QString show(IUnknown *object);
-QString show(const GUID &guid);
-QString show(qint64 number);
+/// An argument of a call as text; an object of the query shows by its name.
+struct Argument {
+    Argument(const wchar_t *value) : text(value ? QString::fromWCharArray(value) : "null") {}
+    Argument(const void *pointer) : text(pointer ? "set" : "null") {}
+    Argument(IUnknown *object);
+    Argument(const GUID &guid) : text(QString::number(guid.Data1, 16)) {}
+    Argument(qint64 number) : text(QString::number(number)) {}
+    QString text;
+};
 
-template <typename... Arguments>
-HRESULT comCall(WmiHost &host, const char *function, const Arguments &...arguments)
-{
-    return host.comCall(function, QStringList{show(arguments)...}.join(", "));
-}
+/// Tells `host` of a call and gives what it says.
+HRESULT comCall(WmiHost &host, const char *function, std::initializer_list<Argument> arguments);
