@@ -35,11 +35,9 @@ struct ScriptedHost : Host {
     /// What a command writes.
     static QString output(const QString &answer)
     {
-        return answer.section(' ', 1)
-            .replace("\\r", "\r")
-            .replace("\\n", "\n")
-            .replace("\\t", "\t")
-            .replace("\\uFEFF", QChar(0xfeff));
+        QString text = answer.section(' ', 1);
+        text.replace("\\r", "\r").replace("\\n", "\n").replace("\\t", "\t").replace("\\uFEFF", QChar(0xfeff));
+        return text;
     }
 
     int runTool(const QString &program, const QStringList &arguments, QString &text) override
@@ -132,11 +130,4 @@ QString shortened(const QString &line)
     return dated && level == match.captured(2)
                ? level + ' ' + match.captured(4) + (message.isEmpty() ? "" : ' ' + message)
                : line;
-}
-
-/// What is logged goes to the journal from now on, until main() opens its log.
-void captureLog()
-{
-    qInstallMessageHandler(
-        [](QtMsgType, const QMessageLogContext &, const QString &line) { scripted->journal << shortened(line); });
 }

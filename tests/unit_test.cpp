@@ -116,7 +116,9 @@ void UnitTest::init()
     qunsetenv("TMPDIR");
     m_host.reset(new ScriptedHost);
     scripted = m_host.data();
-    captureLog();
+    // What is logged goes to the journal until main() opens its log.
+    qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext &, const QString &line) { scripted->journal << shortened(line); });
     // As main() does it; here, operations are called without it too.
     QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, true);
     // The date stays in the locale's language; here, what that cannot write is not to be lost.
@@ -176,17 +178,13 @@ void UnitTest::roads()
     QVERIFY(!logFile.isOpen());
 }
 
-/// What it says stands in roads.txt.
+/// What it says stands in roads.txt. Each line ends in CR LF, the last one too.
 void UnitTest::usage()
 {
-    const QString line = runProgram({"help"}).value(1);
-    const QStringList lines = line.section('"', 1, 1).split("\\r\\n");
-    QCOMPARE(lines.size(), 15);
+    const QStringList lines = runProgram({"help"}).value(1).section('"', 1, 1).split("\\r\\n");
+    QCOMPARE(lines.size(), 14 + 1);
     for (const QString &each : lines)
         QCOMPARE(each.size(), each == lines[14] ? 0 : 67);
-    for (const QString word :
-         {"help", "list", "update", "create", "enable", "disable", "check", "remove", "removeAll", "removeInterface"})
-        QVERIFY(lines.join("").contains(' ' + word + ' '));
 }
 
 /// Each operation goes for the name that it is given, and puts it into both tries.
