@@ -54,12 +54,8 @@ Run runProgram(const QString &command, const QString &word, const QByteArray &ma
     // Wine's log is in the ANSI code page and has the line ends of Windows.
     const bool crlf = bytes.contains("\r\n");
     const QString text = crlf ? QString::fromLatin1(bytes) : QString::fromUtf8(bytes);
-    const QRegularExpression form(R"(^\w{3} \w{3} [\d: ]+ \[0x[0-9a-f]+\] (\[(?:ERROR|debug|trace|LOG)\] )"
-                                  R"(\[Halvane Relay Kit:\.\\(?:main:main|tap:ZELK::[\w:]+)\(\):\d+\] [^\r\n]*)$)");
-    for (const QString &line : text.split(crlf ? "\r\n" : "\n", Qt::SkipEmptyParts)) {
-        const auto match = form.match(line);
-        run.log << (match.hasMatch() ? match.captured(1) : "not a statement: " + line);
-    }
+    for (QString line : text.split(crlf ? "\r\n" : "\n", Qt::SkipEmptyParts))
+        run.log << line.remove(QRegularExpression(R"(^[\w :]+ \[0x[0-9a-f]+\] (?=\[))"));
     return run;
 }
 

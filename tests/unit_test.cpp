@@ -215,55 +215,56 @@ void UnitTest::unwritableLog()
     QCOMPARE(scripted->journal.join(' '), QString("getCommonLogDir getCommonLogDir [ERROR] main():"));
 }
 
+/// The steps of the query, each with the text of its failure and the number of objects that are given back then.
+const struct {
+    const char *calls;
+    const char *text;
+    int released;
+} steps[] = {
+    {"CoInitializeEx(null, 0)", "Failed to initialize COM library. Error code ", -1},
+    {"CoInitializeSecurity(null, -1, null, null, 0, 3, null, 0, null)",
+     "Failed to initialize security. Error code = ", 0},
+    {"CoCreateInstance(4590f811, null, 1, dc12a687)", "Failed to create IWbemLocator object. Error code = ", 0},
+    {"SysAllocString(ROOT\\CIMV2)\nConnectServer(ROOT\\CIMV2, null, null, null, 0, null, null)\n"
+     "SysFreeString(ROOT\\CIMV2)",
+     "Could not connect. Error code = ", 1},
+    {"CoSetProxyBlanket(services, 10, 0, null, 3, 3, null, 0)", "Could not set proxy blanket. Error code = ", 2},
+    {"SysAllocString(2)\nExecQuery(WQL, SELECT NetConnectionID, PNPDeviceID FROM Win32_NetworkAdapter "
+     "WHERE Description = 'TAP-Windows Adapter V9', 48, null)\nSysFreeString(2)",
+     "Query for operating system name failed. Error code = ", 2},
+};
+
 void UnitTest::wmiFailure()
 {
-    // Each step of the query; behind it, the text of its failure and what is given back then.
-    const char *const steps[][3] = {
-        {"CoInitializeEx(null, 0)", "Failed to initialize COM library. Error code ", ""},
-        {"CoInitializeSecurity(null, -1, null, null, 0, 3, null, 0, null)",
-         "Failed to initialize security. Error code = ", "\nCoUninitialize()"},
-        {"CoCreateInstance(4590f811, null, 1, dc12a687)",
-         "Failed to create IWbemLocator object. Error code = ", "\nCoUninitialize()"},
-        {"SysAllocString(ROOT\\CIMV2)\nConnectServer(ROOT\\CIMV2, null, null, null, 0, null, null)\n"
-         "SysFreeString(ROOT\\CIMV2)",
-         "Could not connect. Error code = ", "\nRelease(locator)\nCoUninitialize()"},
-        {"CoSetProxyBlanket(services, 10, 0, null, 3, 3, null, 0)",
-         "Could not set proxy blanket. Error code = ", "\nRelease(services)\nRelease(locator)\nCoUninitialize()"},
-        {"SysAllocString(2)\nExecQuery(WQL, SELECT NetConnectionID, PNPDeviceID FROM Win32_NetworkAdapter "
-         "WHERE Description = 'TAP-Windows Adapter V9', 48, null)\nSysFreeString(2)",
-         "Query for operating system name failed. Error code = ",
-         "\nRelease(services)\nRelease(locator)\nCoUninitialize()"},
-    };
     // The two strings of the query come and go in no fixed order.
     const QRegularExpression both(R"((Sys\w+String)\((WQL|SELECT[^\n]*)\)\n\1\((?!\2)(WQL|SELECT[^\n]*)\))");
+    const QStringList objects{"Release(services)\n", "Release(locator)\n"};
     scripted->journalCom = true;
-    QString before;
+    QString expected;
     for (const auto &step : steps) {
-        const QString function = QRegularExpression(R"((Co|Exec)\w+(?=\())").match(step[0]).captured();
+        const QString function = QRegularExpression(R"((Co|Exec)\w+(?=\())").match(step.calls).captured();
         // As the published headers write it: negative only where long has 32 bits.
         scripted->comResults = {{function, 0x80041003L}};
         scripted->journal.clear();
         InterfaceMap interfaces{{"kept", "id"}};
         QCOMPARE(ZELK::readInterfacesProgrammatically(interfaces), 1);
         QCOMPARE(interfaces, (InterfaceMap{{"kept", "id"}}));
-        QCOMPARE(scripted->journal.join('\n').replace(both, "\\1(2)"),
-                 before + step[0] + "\n[ERROR] ZELK::readInterfacesProgrammatically(): " + step[1] + "-2147217405" +
-                     step[2]);
-        before += QString(step[0]) + "\n";
+        expected += QString(step.calls) + '\n';
+        const QString released =
+            step.released < 0 ? "" : objects.mid(2 - step.released).join("") + "CoUninitialize()\n";
+        QCOMPARE(scripted->journal.join('\n').replace(both, "\\1(2)") + '\n',
+                 expected + "[ERROR] ZELK::readInterfacesProgrammatically(): " + step.text + "-2147217405\n" +
+                     released);
     }
 }
 
 void UnitTest::wmiRows()
 {
     const auto text = [](const QString &value) { return WmiValue{0, VT_BSTR, value}; };
-    const QPair<WmiValue, WmiValue> rows[] = {{text("same"), text("early")},
-                                              {text(" a  b "), text("")},
-                                              {text({}), text("null BSTR")},
-                                              {WmiValue{0, VT_NULL, {}}, text("1")},
-                                              {WmiValue{0, VT_I4, {}}, text("1")},
-                                              {WmiValue{0x80041002L, VT_BSTR, {}}, text("1")},
-                                              {text("no id"), WmiValue{0, VT_EMPTY, {}}},
-                                              {text("same"), text("late")}};
+    const QPair<WmiValue, WmiValue> rows[] = {
+        {text("same"), text("early")},      {text(" a  b "), text("")},  {text({}), text("null BSTR")},
+        {{0, VT_NULL, {}}, text("1")},      {{0, VT_I4, {}}, text("1")}, {{0x80041002L, VT_BSTR, {}}, text("1")},
+        {text("no id"), {0, VT_EMPTY, {}}}, {text("same"), text("late")}};
     QString journal;
     const QString property =
         "Get(%1, 0, null, null)\n[LOG] ZELK::readInterfacesProgrammatically(): %1 : \"%2\"\nVariantClear()\n";
@@ -273,10 +274,8 @@ void UnitTest::wmiRows()
                    property.arg("PNPDeviceID", row.second.text) + "Release(row)\n";
     }
     journal += "Next(-1, 1)\nRelease(services)\nRelease(locator)\nRelease(enumerator)\nCoUninitialize()";
-    scripted->comResults["CoInitializeEx"] = 1;
-    scripted->comResults["Next"] = 0x80041001L;
+    scripted->comResults = {{"CoInitializeEx", 1}, {"Next", 0x80041001L}};
     scripted->journalCom = true;
-
     InterfaceMap interfaces;
     QCOMPARE(ZELK::readInterfacesProgrammatically(interfaces), 0);
     QCOMPARE(interfaces, (InterfaceMap{{" a  b ", ""}, {"", "null BSTR"}, {"same", "late"}}));
@@ -285,21 +284,22 @@ void UnitTest::wmiRows()
 
 void UnitTest::paths()
 {
-    ZELK::Tap tap;
+    const QString tables[][3] = {{"5", "win2k", "Win2k"},
+                                 {"6", "vista", "Vista"},
+                                 {"9", "vista", "Vista"},
+                                 {"10", "win10", "Vista"},
+                                 {"11", "win10", "Vista"}};
     for (const QString arch : {"x86", "x64"}) {
         ARCH = arch;
-        for (const QString version :
-             {"5 win2k Win2k", "6 vista Vista", "9 vista Vista", "10 win10 Vista", "11 win10 Vista"}) {
-            const QStringList parts = version.split(' ');
-            scripted->major = parts[0].toInt();
+        for (const auto &[major, folder, inf] : tables) {
+            scripted->major = major.toInt();
             qputenv("ProgramFiles", "D:\\Bür");
-            QCOMPARE(tap.pathDriver(),
-                     QString("D:\\Bür//HalvaneRelayKit/driver/%1/%2/Oem%3.inf").arg(parts[1], arch, parts[2]));
+            QCOMPARE(ZELK::Tap().pathDriver(),
+                     QString("D:\\Bür//HalvaneRelayKit/driver/%1/%2/Oem%3.inf").arg(folder, arch, inf));
             qunsetenv("ProgramFiles");
-            QCOMPARE(tap.pathDevcon(), "//HalvaneRelayKit/bin/devcon-" + arch + ".exe");
+            QCOMPARE(ZELK::Tap().pathDevcon(), "//HalvaneRelayKit/bin/devcon-" + arch + ".exe");
         }
     }
-    QCOMPARE(scripted->journal[0], QString("[debug] ZELK::Tap::pathDriver(): Detected OS version 5.3"));
 }
 
 QTEST_APPLESS_MAIN(UnitTest)
