@@ -7,7 +7,8 @@ list() { git -c safe.directory="$root" ls-files -- "$@"; }
 mapfile -t code < <(list '*.cpp' '*.h')
 quietly "checking with clang-format" clang-format --dry-run -Werror "${code[@]}"
 # The rest is for Windows alone: clang-tidy has no headers for it.
-mapfile -t native < <(list 'src/*.cpp' 'simulation/*.cpp' 'tests/*.cpp' | grep -vE '/(double|locator|libtessark_test)\.cpp$')
+mapfile -t native < <(list 'src/*.cpp' 'simulation/*.cpp' 'tests/*.cpp' |
+    grep -vE '/(double|locator|libtessark_test)\.cpp$')
 tidy() { printf '%s\n' "${native[@]}" | xargs -P "$(nproc)" -n 1 clang-tidy --quiet -p build/default; }
 quietly "checking with clang-tidy" tidy
 mapfile -t scripts < <(list | while IFS= read -r file; do

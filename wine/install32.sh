@@ -8,9 +8,10 @@ as_root=()
 known=$(dpkg --print-foreign-architectures)
 output=$( { "${as_root[@]}" dpkg --add-architecture i386; "${as_root[@]}" apt-get update
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends --no-remove \
-        wine32:i386; } 2>&1)
+        -o DPkg::Lock::Timeout=-1 wine32:i386; } 2>&1)
 if installed; then exit; fi
 # Left as it was.
 [[ $known == *i386* ]] || "${as_root[@]}" dpkg --remove-architecture i386 2>/dev/null
-echo "wine32:i386 does not install ($(grep '^E: ' <<<"$output" | tail -n 1))"
+reason=$(grep '^E: ' <<<"$output" || echo "$output")
+echo "wine32:i386 does not install ($(tail -n 1 <<<"$reason"))"
 exit 1
