@@ -62,23 +62,20 @@ QStringList expanded(QString road, const QMap<QString, QString> &words)
     while (!left.isEmpty()) {
         const QString word = left.takeFirst();
         QString text = words.value(word, "No such word: " + word);
-        if (text.startsWith("= ")) {
-            left = tokens(text.mid(2)) + left;
-            continue;
-        }
-        if (word == "read") {
-            QStringList rows;
-            while (left.value(rows.size()).contains('='))
-                rows << left[rows.size()];
-            left = left.mid(rows.size());
+        // What was read stands in one answer, and each of its rows is logged.
+        QStringList rows;
+        while (word == "read" && left.value(0).contains('='))
+            rows << left.takeFirst();
+        if (word == "read")
             text.replace("%1", rows.join(", "));
-            for (const QString &row : rows)
-                text += '\n' +
-                        QString(words["row"]).replace("%1", row.section('=', 0, 0)).replace("%2", row.section('=', 1));
-        }
+        for (auto row = rows.rbegin(); row != rows.rend(); ++row)
+            left = QStringList{"row", row->section('=', 0, 0), row->section('=', 1)} + left;
         for (QString place = "%1"; text.contains(place); place[1] = QChar(place[1].unicode() + 1))
             text.replace(place, left.isEmpty() ? "nothing" : left.takeFirst());
-        lines << text.replace("\\r\\n\n", "\\r\\n").split('\n');
+        if (text.startsWith("= "))
+            left = tokens(text.mid(2)) + left;
+        else
+            lines << text.replace("\\r\\n\n", "\\r\\n").split('\n');
     }
     return lines;
 }
@@ -86,17 +83,13 @@ QStringList expanded(QString road, const QMap<QString, QString> &words)
 /// Runs the program; gives its log and its end.
 QStringList runProgram(const QStringList &arguments)
 {
-    QList<QByteArray> bytes{"Mordwell"};
-    QVector<char *> argv;
-    for (const QString &argument : arguments)
-        bytes << argument.toLocal8Bit();
-    for (QByteArray &argument : bytes)
-        argv << argument.data();
+    QList<QByteArray> words = arguments.join('\n').toLocal8Bit().split('\n');
+    char *argv[] = {words.first().data(), words.first().data(), words.last().data()};
     QFile log(scripted->folder.filePath("log/tap-log.txt"));
     if (QDir().mkpath("log") && log.open(QIODevice::WriteOnly))
         log.write("the run before\n");
     log.close();
-    const int exitCode = mordwellMain(argv.size(), argv.data());
+    const int exitCode = mordwellMain(1 + arguments.size(), argv);
     QStringList lines;
     if (log.open(QIODevice::ReadOnly)) {
         for (const QString &line : QString(log.readAll()).split('\n'))
