@@ -38,7 +38,7 @@ QString systemFolder()
 {
     wchar_t folder[MAX_PATH];
     const UINT length = GetSystemDirectoryW(folder, MAX_PATH);
-    return QString::fromWCharArray(folder, int(length));
+    return length < MAX_PATH ? QString::fromWCharArray(folder, int(length)) : QString();
 }
 
 /// The path of the program in `folder` that bears this name, with or without ".exe"; an empty text if there is none.
@@ -58,7 +58,7 @@ QString programIn(const QString &folder, const QString &name)
 QProcessEnvironment systemEnvironment(const QString &folder)
 {
     wchar_t windows[MAX_PATH];
-    const UINT length = GetSystemWindowsDirectoryW(windows, MAX_PATH);
+    const UINT length = qMin<UINT>(GetSystemWindowsDirectoryW(windows, MAX_PATH), MAX_PATH);
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("PATH", QStringList{folder, QString::fromWCharArray(windows, int(length)), folder + "\\Wbem",
                                            folder + "\\WindowsPowerShell\\v1.0"}
@@ -125,7 +125,7 @@ int libtessark::utils::executeSync(const QString &commandLine, QByteArray *outpu
     output->clear();
     const QString folder = systemFolder();
     const QString program = programIn(folder, commandLine.section(' ', 0, 0));
-    if (program.isEmpty())
+    if (folder.isEmpty() || program.isEmpty())
         return -1;
     const std::wstring path = program.toStdWString();
     // CreateProcess() gets the line itself: splitting it and joining it again could change its quotes.

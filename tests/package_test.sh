@@ -26,6 +26,7 @@ for binary in Mordwell.exe tessark.dll Qt5Core.dll; do
     headers=$("$target-objdump" -p "$binary")
     grep -q "file format $machine$" <<<"$headers" || wrong "$binary is not $machine"
     [[ $binary != *.exe ]] || grep -q '^Subsystem.*Windows GUI' <<<"$headers" || wrong "$binary has a console"
+    [[ $binary == Qt5Core.dll ]] || grep -q 'DLL Name: Qt5Core.dll' <<<"$headers" || wrong "$binary is without Qt"
     for flag in $flags; do grep -qw "$flag" <<<"$headers" || wrong "$binary lacks $flag"; done
     while read -r import; do
         [[ $system == *" ${import%.[dD][lL][lL]} "* || -f $import ]] || wrong "$binary needs $import"

@@ -1,6 +1,6 @@
-/// The program from its command word to its exit code, on the simulated machines of program.json. MORDWELL_COMMAND
-/// starts it: the native one, or the Windows one under Wine. In the second case MORDWELL_NATIVE is the native one,
-/// whose log the other has to equal.
+/// The program from its command word to its exit code, on the simulated machines of program.json. MORDWELL_COMMAND, a
+/// line for the shell, starts it: the native one, or the Windows one under Wine. In the second case MORDWELL_NATIVE is
+/// the native one, whose log the other has to equal.
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -104,7 +104,7 @@ void ProgramTest::roads()
 /// Nothing is lost of a file that is not understood, or that cannot be replaced.
 void ProgramTest::machineFiles()
 {
-    const QString program = "\"${MORDWELL_NATIVE:-$MORDWELL_COMMAND}\"";
+    const QString program = qEnvironmentVariable("MORDWELL_NATIVE", qEnvironmentVariable("MORDWELL_COMMAND"));
     const struct {
         QString command;
         QByteArray file;

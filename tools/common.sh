@@ -15,9 +15,9 @@ unusable=$';#"\'&$`\\|<>*^:\n\t'
 declare -A packages=(
     [build]='cmake ninja-build g++ qtbase5-dev'
     [run]='jq'
-    [package]='g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32 dpkg-dev make perl python3 ca-certificates zip'
+    [package]='g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32 dpkg-dev make perl python3 ca-certificates zip git'
     [wine]='wine64 unzip jq binutils-mingw-w64-x86-64'
-    [lint]='clang-format clang-tidy shellcheck jq'
+    [lint]='clang-format clang-tidy shellcheck jq git'
 )
 
 # alone COMMAND...: runs it while no other command prepares or builds this checkout.

@@ -1,5 +1,7 @@
 # What the product is on Windows, for any of its compilers.
 enable_language(RC)
+# Windows 7, which is more than some compilers take for granted.
+add_compile_definitions(_WIN32_WINNT=0x0601)
 
 add_library(tessark SHARED libtessark/libtessark.cpp)
 set_target_properties(tessark PROPERTIES PREFIX "")

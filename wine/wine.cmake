@@ -12,5 +12,5 @@ set_target_properties(libtessark_test PROPERTIES CROSSCOMPILING_EMULATOR "${CMAK
 set(native ${CMAKE_SOURCE_DIR}/build/default)
 add_test(NAME program COMMAND ${native}/tests/program_test)
 set_tests_properties(program PROPERTIES TIMEOUT 600 ENVIRONMENT
-    "MORDWELL_NATIVE=${native}/Mordwell;MORDWELL_COMMAND=${CMAKE_SOURCE_DIR}/wine/machine.sh ${kind}")
+    "MORDWELL_NATIVE='${native}/Mordwell';MORDWELL_COMMAND='${CMAKE_SOURCE_DIR}/wine/machine.sh' ${kind}")
 add_test(NAME package COMMAND ${CMAKE_SOURCE_DIR}/tests/package_test.sh ${kind} ${MORDWELL_TARGET})
