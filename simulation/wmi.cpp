@@ -1,10 +1,10 @@
-/// The objects of the WMI query: natively behind the stand-ins for COM, under Wine behind its COM.
+/// Fakes of WMI's objects. Natively com.cpp creates them, under Wine the fake locator.
 #include "wmi.h"
 
 namespace
 {
 
-/// Has a name by which calls that take or release the object show it.
+/// The name of an object in the arguments of a call.
 struct Named {
     explicit Named(const char *objectName) : name(objectName) {}
     virtual ~Named() = default;

@@ -19,32 +19,37 @@ struct WmiValue {
 /// A row of the WMI query, by property.
 using WmiRow = QMap<QString, WmiValue>;
 
-/// What stands behind the objects of the WMI query.
+/// Decides what the fakes of COM and WMI do.
 class WmiHost
 {
 public:
     virtual ~WmiHost() = default;
 
-    /// Told of every COM call before it does anything, with its arguments as text; gives the call's HRESULT.
-    /// A failing call does nothing.
+    /// Called at every COM call before it has any effect, with its arguments as text. Returns the call's HRESULT.
+    /// A call that fails has no effect.
     virtual HRESULT comCall(const QString &function, const QString &arguments) = 0;
 
-    /// The rows that the query finds.
+    /// Returns the rows that the query finds.
     virtual QVector<WmiRow> wmiRows() = 0;
 
-    /// As IUnknown::QueryInterface() for each of the objects.
+    /// IUnknown::QueryInterface() of all objects.
     virtual HRESULT queryInterface(REFIID, void **) { return E_NOINTERFACE; }
 };
 
-/// Gives a locator whose services answer the query with the rows of `host`, which outlives them all.
+/// The host of COM's functions in this process. It has to be set before the first COM call.
+extern WmiHost *wmiHost;
+
+/// Returns a locator whose services answer the query with the rows of `host`. The host has to outlive all objects.
 IWbemLocator *makeLocator(WmiHost &host);
 
-/// Gives a text that VariantClear() frees.
+/// Returns a copy of `text` that VariantClear() frees.
 BSTR makeVariantText(const wchar_t *text);
+
+/// Whether `result` is a failure: HRESULT has 32 bits, whatever the size of long.
 
 bool failed(HRESULT result);
 
-/// An argument of a call as text; an object of the query shows by its name.
+/// An argument of a call as text. An object of the query appears under its name.
 struct Argument {
     Argument(const wchar_t *value) : text(value ? QString::fromWCharArray(value) : "null") {}
     Argument(const void *pointer) : text(pointer ? "set" : "null") {}
@@ -54,5 +59,5 @@ struct Argument {
     QString text;
 };
 
-/// Tells `host` of a call and gives what it says.
+/// Reports a call to `host` and returns its answer.
 HRESULT comCall(WmiHost &host, const char *function, std::initializer_list<Argument> arguments);

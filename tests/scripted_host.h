@@ -1,6 +1,9 @@
 #pragma once
 
-#include "host.h"
+#include "libtessark.h"
+#include "wmi.h"
+
+#include <windows.h>
 
 #include <QDateTime>
 #include <QDebug>
@@ -10,7 +13,7 @@
 
 /// A host that gives prepared answers and logs what it is asked for, with the answer, between the statements of the
 /// program. Time stands still.
-struct ScriptedHost : Host {
+struct ScriptedHost : WmiHost {
     QStringList answers; ///< To the calls, in their order, as roads.txt writes them; "0" when none is left.
     bool journalCom = false;
     QMap<QString, HRESULT> comResults; ///< By COM function; with the rows, for a journal of COM.
@@ -40,14 +43,14 @@ struct ScriptedHost : Host {
         return text;
     }
 
-    int runTool(const QString &program, const QStringList &arguments, QString &text) override
+    int runTool(const QString &program, const QStringList &arguments, QString &text)
     {
         const QString answer = answered(program + " [" + arguments.join("] [") + "]");
         text = output(answer);
         return answer.section(' ', 0, 0).toInt();
     }
 
-    int runCommandLine(const QString &commandLine, QByteArray &bytes) override
+    int runCommandLine(const QString &commandLine, QByteArray &bytes)
     {
         const QString target = QRegularExpression("> \"([^\"]+)\"").match(commandLine).captured(1);
         QFile file(target);
@@ -82,19 +85,18 @@ struct ScriptedHost : Host {
     }
 
     QVector<WmiRow> wmiRows() override { return rows; }
-    bool win64Sys() override { return true; }
-    int winVersion(int *majorOut, int *minorOut) override
+    int winVersion(int *majorOut, int *minorOut)
     {
         *majorOut = major;
         *minorOut = 3;
         return version;
     }
-    QString commonLogDir(const QString &subdir) override
+    QString commonLogDir(const QString &subdir)
     {
         record("getCommonLogDir");
         return logFolder + subdir;
     }
-    void sleep(unsigned milliseconds) override
+    void sleep(unsigned milliseconds)
     {
         const QFile log(logFolder + "/tap-log.txt");
         record(QString("Sleep %1").arg(milliseconds) + (log.exists() && log.size() == 0 ? ", nothing flushed" : ""));
@@ -104,11 +106,36 @@ struct ScriptedHost : Host {
 /// The host of the test that runs.
 ScriptedHost *scripted = nullptr;
 
-// ARCH asks during static construction, before any test has made its host.
-Host &host()
+QString libtessark::getCommonLogDir(QString subdir)
 {
-    static ScriptedHost first;
-    return scripted ? *scripted : first;
+    return scripted->commonLogDir(subdir);
+}
+
+bool libtessark::utils::win64Sys()
+{
+    return true;
+}
+
+int libtessark::utils::winVersion(int *major, int *minor)
+{
+    return scripted->winVersion(major, minor);
+}
+
+int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output,
+                               bool oneMeansRestart, bool *)
+{
+    const int exitCode = scripted->runTool(program, arguments, output);
+    return oneMeansRestart && exitCode == 1 ? 0 : exitCode;
+}
+
+int libtessark::utils::executeSync(const QString &commandLine, QByteArray *output, QByteArray *)
+{
+    return scripted->runCommandLine(commandLine, *output);
+}
+
+void Sleep(DWORD milliseconds)
+{
+    scripted->sleep(milliseconds);
 }
 
 /// A line of the log without date, thread, package, file and source line. One that is not as it should be stays whole.

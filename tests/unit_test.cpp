@@ -109,6 +109,7 @@ void UnitTest::init()
     qunsetenv("TMPDIR");
     m_host.reset(new ScriptedHost);
     scripted = m_host.data();
+    wmiHost = scripted;
     // What is logged goes to the journal until main() opens its log.
     qInstallMessageHandler(
         [](QtMsgType, const QMessageLogContext &, const QString &line) { scripted->journal << shortened(line); });

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the packaged program under Wine on the machine file MORDWELL_MACHINE as the native one runs: the tools' doubles
+# Runs the packaged program under Wine on the machine file MORDWELL_MACHINE as the native one runs: the fake tools
 # and the locator act on the file, and the log stands beside it afterwards.
 # usage: machine.sh win64|win32 [WORD...]
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -16,7 +16,7 @@ fact() { jq -e "$1" "$MORDWELL_MACHINE" >/dev/null 2>&1; }
 rm -rf "$data"
 if fact '.faults.noLogFolder'; then touch "$data"; fi
 # put WORD FILE: has the file there unless the machine is without it.
-put() { if fact ".system.$1 == false"; then rm -f "$2"; else cp "$wine/double.exe" "$2"; fi; }
+put() { if fact ".system.$1 == false"; then rm -f "$2"; else cp "$wine/fake_tool.exe" "$2"; fi; }
 put wmic "$drive/windows/system32/wbem/wmic.exe"
 put devcon "$drive/Program Files/HalvaneRelayKit/bin/devcon-$arch.exe"
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Makes what the tests under Wine need in build/wine/KIND: a prefix of that kind with the tools' doubles where Windows
+# Makes what the tests under Wine need in build/wine/KIND: a prefix of that kind with the fake tools where Windows
 # has the tools and ours for WMI's locator, decoys of the tools, and the unpacked package.
 # usage: prepare.sh win64|win32
-source "$(dirname "${BASH_SOURCE[0]}")/../tools/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/../scripts/common.sh"
 kind=$1
 wine=$root/build/wine/$kind
 built=$root/build/$kind
@@ -32,18 +32,18 @@ tools=$windows/system32
 rm -rf "$wine/package" "$wine/unpacked" "$wine/decoys"
 unzip -q "$root"/build/Mordwell-*-"$kind.zip" -d "$wine/unpacked"
 mv "$wine"/unpacked/* "$wine/package"
-cp "$built/double.exe" "$wine/double.exe"
+cp "$built/fake_tool.exe" "$wine/fake_tool.exe"
 mkdir -p "$wine/decoys" "$tools/WindowsPowerShell/v1.0" "$wine/prefix/drive_c/Program Files/HalvaneRelayKit/bin"
-for decoy in cmd powershell netsh wmic; do cp "$built/double.exe" "$wine/decoys/$decoy.exe"; done
-cp --remove-destination "$built/double.exe" "$tools/netsh.exe"
-cp --remove-destination "$built/double.exe" "$tools/WindowsPowerShell/v1.0/powershell.exe"
-cp "$wine/package/Qt5Core.dll" "$built/locator.dll" "$tools"
+for decoy in cmd powershell netsh wmic; do cp "$built/fake_tool.exe" "$wine/decoys/$decoy.exe"; done
+cp --remove-destination "$built/fake_tool.exe" "$tools/netsh.exe"
+cp --remove-destination "$built/fake_tool.exe" "$tools/WindowsPowerShell/v1.0/powershell.exe"
+cp "$wine/package/Qt5Core.dll" "$built/fake_locator.dll" "$tools"
 # What any user can make, and what must not silence the log.
 mkdir -p "$wine/prefix/drive_c/ProgramData/QtProject"
 printf '[Rules]\n*.debug=false\n' >"$wine/prefix/drive_c/ProgramData/QtProject/qtlogging.ini"
 register() {
     "$loader" reg add 'HKCU\Software\Wine' /v Version /d win10 /f &&
         "$loader" reg add 'HKLM\Software\Classes\CLSID\{4590F811-1D3A-11D0-891F-00AA004B2E24}\InprocServer32' \
-            /ve /d 'C:\windows\system32\locator.dll' /f
+            /ve /d 'C:\windows\system32\fake_locator.dll' /f
 }
 quietly "telling Wine of the version of Windows and of the locator" register

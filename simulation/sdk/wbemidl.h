@@ -1,5 +1,5 @@
-/// The WMI interfaces of the query, with the methods that it calls at their published places in the tables of
-/// methods: what implements them serves a program that was built with the published headers, too.
+/// The WMI interfaces of the query. Each method that the query calls has its published place in the vtable, so a
+/// program built with the published headers can call these objects too. The other methods only hold their places.
 #pragma once
 
 #include <windows.h>
@@ -13,32 +13,39 @@ constexpr GUID IID_IWbemLocator{0xdc12a687, 0x737f, 0x11cf, {0x88, 0x4d, 0x00, 0
 using CIMTYPE = long;
 struct IWbemContext;
 
-/// IUnknown and so many methods behind it that nobody calls.
-template <int count>
-struct Behind : Behind<count - 1> {
-    virtual void uncalled(Behind *) {}
-    using Behind<count - 1>::uncalled;
-};
-
-template <>
-struct Behind<0> : IUnknown {
-    void uncalled() {}
-};
-
-struct IWbemClassObject : Behind<1> {
+struct IWbemClassObject : IUnknown {
+    virtual void GetQualifierSet() {}
     virtual HRESULT STDMETHODCALLTYPE Get(LPCWSTR name, long flags, VARIANT *value, CIMTYPE *type, long *flavor) = 0;
 };
 
-struct IEnumWbemClassObject : Behind<1> {
+struct IEnumWbemClassObject : IUnknown {
+    virtual void Reset() {}
     virtual HRESULT STDMETHODCALLTYPE Next(long timeout, ULONG count, IWbemClassObject **objects, ULONG *returned) = 0;
 };
 
-struct IWbemServices : Behind<17> {
+struct IWbemServices : IUnknown {
+    virtual void OpenNamespace() {}
+    virtual void CancelAsyncCall() {}
+    virtual void QueryObjectSink() {}
+    virtual void GetObject() {}
+    virtual void GetObjectAsync() {}
+    virtual void PutClass() {}
+    virtual void PutClassAsync() {}
+    virtual void DeleteClass() {}
+    virtual void DeleteClassAsync() {}
+    virtual void CreateClassEnum() {}
+    virtual void CreateClassEnumAsync() {}
+    virtual void PutInstance() {}
+    virtual void PutInstanceAsync() {}
+    virtual void DeleteInstance() {}
+    virtual void DeleteInstanceAsync() {}
+    virtual void CreateInstanceEnum() {}
+    virtual void CreateInstanceEnumAsync() {}
     virtual HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR language, const BSTR query, long flags,
                                                 IWbemContext *context, IEnumWbemClassObject **enumerator) = 0;
 };
 
-struct IWbemLocator : Behind<0> {
+struct IWbemLocator : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE ConnectServer(const BSTR resource, const BSTR user, const BSTR password,
                                                     const BSTR locale, long flags, const BSTR authority,
                                                     IWbemContext *context, IWbemServices **services) = 0;

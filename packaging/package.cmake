@@ -11,7 +11,7 @@ else()
 endif()
 # Qt's folder is named after Debian's source package.
 string(REGEX REPLACE ".*/qt-(.*)-${MORDWELL_TARGET}" "\\1" MORDWELL_QT_SOURCE "${MORDWELL_QT}")
-configure_file(cross/README.txt.in README.txt @ONLY NEWLINE_STYLE CRLF)
+configure_file(packaging/README.txt.in README.txt @ONLY NEWLINE_STYLE CRLF)
 install(FILES ${CMAKE_BINARY_DIR}/README.txt DESTINATION .)
 install(FILES ${CMAKE_BINARY_DIR}/qt/LICENSE.LGPL3 ${CMAKE_BINARY_DIR}/qt/LICENSE.GPL3 DESTINATION licences)
 set(notices /usr/share/doc)

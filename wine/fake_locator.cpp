@@ -1,5 +1,5 @@
-/// For runs of the Windows program without real adapters: a COM server that a Wine prefix has in the place of WMI's
-/// locator. It answers the query from the machine file that MORDWELL_MACHINE names.
+/// A fake of WMI's locator: a COM server that a Wine prefix registers under the locator's class id. It answers the
+/// query from the machine file that MORDWELL_MACHINE names.
 #include "machine.h"
 
 #include <objidl.h>
@@ -8,8 +8,8 @@
 namespace
 {
 
-/// The class factory, what the services answer CoSetProxyBlanket() with, and the host of the query, in one object
-/// that is never deleted. It reads the machine anew at each call, since the tools' doubles change it in between.
+/// The class factory, the IClientSecurity that CoSetProxyBlanket() asks the services for, and the host of the query, in
+/// one object that is never deleted. It reads the machine anew at each call, since the fake tools change it in between.
 struct Server : WmiHost, IClassFactory, IClientSecurity {
     HRESULT comCall(const QString &function, const QString &) override { return machine().wmiFault(function); }
     QVector<WmiRow> wmiRows() override { return machine().wmiRows(); }

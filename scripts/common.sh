@@ -15,7 +15,7 @@ unusable=$';#"\'&$`\\|<>*^:\n\t'
 declare -A packages=(
     [build]='cmake ninja-build g++ qtbase5-dev'
     [run]='jq'
-    [package]='g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32 dpkg-dev make perl python3 ca-certificates zip git'
+    [package]='g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32 dpkg-dev make perl python3 ca-certificates libz-mingw-w64-dev zip git'
     [wine]='wine64 unzip jq binutils-mingw-w64-x86-64'
     [lint]='clang-format clang-tidy shellcheck jq git'
 )

@@ -1,6 +1,6 @@
-/// For runs of the Windows program without the real tools: acts as the tool under whose name it was started
-/// (devcon-x64, devcon-x86, powershell, netsh or wmic) on the machine file that MORDWELL_MACHINE names. Started from
-/// where no tool of Windows is, it acts as none: it is a decoy, and leaves a file behind that says so.
+/// A fake of the tools that the Windows program starts. Under the name devcon-x64, devcon-x86, powershell, netsh or
+/// wmic it does what that tool does, on the machine file that MORDWELL_MACHINE names. Started from a folder that
+/// contains no tools of Windows it is a decoy: it only leaves a file "<machine file>.decoy", which fails the test.
 #include "machine.h"
 
 #include <QCoreApplication>
@@ -22,7 +22,7 @@ int main(int argc, char **argv)
     }
     Machine machine(file);
     QByteArray output;
-    // The line as it stands: powershell and netsh have rules of their own for quotes.
+    // The command line as written: powershell and netsh have their own rules for quotes.
     QString line = QString::fromWCharArray(GetCommandLineW());
     line.remove(QRegularExpression(R"(^("[^"]*"|\S+)\s+)"));
     const int exitCode = tool.startsWith("devcon") ? machine.devcon(application.arguments().mid(1), output)

@@ -1,0 +1,133 @@
+/// The host of the native program: libtessark and Sleep() on the simulated machine in the file that MORDWELL_MACHINE
+/// names. The folder "<file>.files" beside that file is the current folder of the run. It contains the log and, under
+/// its Windows path, wmic.
+#include "libtessark.h"
+#include "machine.h"
+#include "wmi.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonValue>
+#include <QRegularExpression>
+#include <QThread>
+
+#include <cstdio>
+#include <cstdlib>
+#include <sys/file.h>
+
+namespace
+{
+
+const char wmicTool[] = R"(C:\Windows\System32\wbem\WMIC.exe)";
+
+/// Makes the machine's folder the current one, waits until no other run uses it, and reads the machine. The lock ends
+/// with the process, even with one that is killed.
+Machine openMachine(const QString &path)
+{
+    const QFileInfo file(path);
+    // The machine refuses such a file; nothing must be created beside it.
+    if (file.exists() && !file.isFile())
+        return Machine(path);
+    QDir().mkdir(path + ".files");
+    static QFile lock("lock");
+    if (!QDir::setCurrent(path + ".files") || !lock.open(QIODevice::WriteOnly) || flock(lock.handle(), LOCK_EX) != 0) {
+        std::fprintf(stderr, "%s.files: cannot be used\n", qPrintable(path));
+        std::exit(2);
+    }
+    return Machine(path);
+}
+
+struct Host : WmiHost {
+    Host()
+    {
+        if (machine.system()["wmic"].toBool())
+            QFile(wmicTool).open(QIODevice::WriteOnly);
+        else
+            QFile::remove(wmicTool);
+        wmiHost = this;
+    }
+    HRESULT comCall(const QString &function, const QString &) override { return machine.wmiFault(function); }
+    QVector<WmiRow> wmiRows() override { return machine.wmiRows(); }
+
+    const QString path = QFileInfo(qEnvironmentVariable("MORDWELL_MACHINE", "machine.json")).absoluteFilePath();
+    Machine machine = openMachine(path);
+};
+
+/// The host of this process. The program's first call comes during static construction.
+Host &host()
+{
+    static Host host;
+    return host;
+}
+
+/// The program does not log what a failing tool wrote, so it goes to standard error. Returns `exitCode`.
+int shown(const QString &tool, int exitCode, const QByteArray &output)
+{
+    if (exitCode != 0)
+        std::fprintf(stderr, "%s: exit code %d: %s\n", qPrintable(tool), exitCode, output.trimmed().constData());
+    return exitCode;
+}
+
+} // namespace
+
+QString libtessark::getCommonLogDir(QString subdir)
+{
+    // No folder can be created below a file.
+    const QString folder = host().machine.faults()["noLogFolder"].toBool() ? host().path : QDir::currentPath();
+    return folder + "/log" + (subdir.isEmpty() ? "" : "/" + subdir);
+}
+
+bool libtessark::utils::win64Sys()
+{
+    return host().machine.system()["x64"].toBool();
+}
+
+int libtessark::utils::winVersion(int *major, int *minor)
+{
+    *major = host().machine.system()["major"].toInt();
+    *minor = host().machine.system()["minor"].toInt();
+    return 0;
+}
+
+int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output,
+                               bool oneMeansRestart, bool *restartNeeded)
+{
+    const QString expected =
+        QString(R"(C:\Program Files//HalvaneRelayKit/bin/devcon-%1.exe)").arg(win64Sys() ? "x64" : "x86");
+    QByteArray bytes = "No such program: " + program.toUtf8();
+    int exitCode = -1;
+    if (host().machine.system()["devcon"].toBool() && program == expected)
+        exitCode = host().machine.devcon(arguments, bytes);
+    output = QString::fromUtf8(bytes);
+    const bool restart = oneMeansRestart && exitCode == 1;
+    if (restartNeeded)
+        *restartNeeded = restart;
+    shown("devcon", exitCode, bytes);
+    return restart ? 0 : exitCode;
+}
+
+int libtessark::utils::executeSync(const QString &commandLine, QByteArray *output, QByteArray *)
+{
+    const QRegularExpression form(R"re(^(?:cmd /c (powershell|wmic)|(netsh)\.exe) (.*?)(?:> "([^"]*)" ?)?$)re");
+    const QRegularExpressionMatch match = form.match(commandLine);
+    const QString tool = match.captured(1) + match.captured(2);
+    const bool redirected = !match.captured(4).isNull();
+    QFile target(match.captured(4));
+    if (!match.hasMatch() || (redirected && !target.open(QIODevice::WriteOnly))) {
+        *output = "No such command or file: " + commandLine.toUtf8();
+        return shown("cmd", 1, *output);
+    }
+    const int exitCode = host().machine.run(tool, match.captured(3), *output);
+    // What a failing tool writes goes to standard error, which is not redirected.
+    if (redirected && exitCode == 0) {
+        target.write(*output);
+        output->clear();
+    }
+    return shown(tool, exitCode, *output);
+}
+
+void Sleep(DWORD milliseconds)
+{
+    QThread::msleep(milliseconds);
+}
