@@ -1,5 +1,4 @@
 #include "main.h"
-#include "log.h"
 #include "tap.h"
 
 #include <QDir>
@@ -42,7 +41,7 @@ const char usage[] = "Usage: Mordwell <command>, where COMMAND is one of:       
 
 int logUsage(Tap &)
 {
-    // As a QString its line ends are escaped, so the whole text is one line of the log.
+    // QDebug escapes the line ends of a QString, so the whole text is one line of the log.
     STATEMENT("debug") << QString(usage);
     return 0;
 }
@@ -53,7 +52,7 @@ int list(Tap &tap)
     return 0;
 }
 
-// Whatever made it fail, with the interface absent or still there, is only logged: this command always ends well.
+// A failure is only logged, whether the interface is missing or could not be removed: this command always succeeds.
 int removeInterface(Tap &tap)
 {
     if (tap.removeInterface() != 0)
@@ -95,7 +94,7 @@ bool openLog(Tap &tap)
     if (!logFile.open(QIODevice::WriteOnly | QIODevice::Text))
         return false;
     logStream.setDevice(&logFile);
-    // Not for the log itself: it goes to Qt's own output, for whoever looks for the log.
+    // This line goes to Qt's default output, not to the log: it is for whoever looks for the log.
     qDebug().nospace() << "Logging to: " << tap.logPath();
     qInstallMessageHandler(logHandler);
     return true;
@@ -105,10 +104,11 @@ bool openLog(Tap &tap)
 
 int main(int argc, char **argv)
 {
-    // Qt takes rules from the environment and from files that any user can make: none of them silences the log.
+    // Qt reads logging rules from the environment and from files that any user can create. They must not silence the
+    // log.
     QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, true);
     Tap tap;
-    // The two bad ends are told apart by the source line of their statement alone.
+    // Only the source line distinguishes the statements of the two failures.
     if (!openLog(tap)) {
         STATEMENT("ERROR");
         logFile.close();

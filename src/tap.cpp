@@ -1,5 +1,4 @@
 #include "tap.h"
-#include "log.h"
 #include "main.h"
 
 #include <QFile>
@@ -33,13 +32,14 @@ const char powershellInventory[] =
     R"(-Filter """Description='TAP-Windows Adapter V9'""" | Format-Table  -HideTableHeaders )"
     R"(-Property  'NetConnectionID', 'PNPDeviceID' } "> "%1" )";
 
-// HRESULT is a long. Where long has 64 bits, a failing code can come out positive: its 32 bits decide.
+// HRESULT is a long. Where long has 64 bits, a failing code can be positive, so only its lower 32 bits count.
 long errorCode(HRESULT result)
 {
     return static_cast<qint32>(result);
 }
 
-/// Owns a COM pointer, null at first, and releases it.
+/// Owns a COM pointer, null at first, and releases it. The published smart pointers do more than that: they need ATL or
+/// WRL, or throw exceptions as _com_ptr_t does.
 template <typename T>
 struct ComPointer {
     ComPointer() = default;
@@ -54,8 +54,8 @@ struct ComPointer {
     T *pointer = nullptr;
 };
 
-/// Whether a step of the WMI query failed; logs `text` and the code if so.
-bool failed(HRESULT result, const char *text)
+/// Returns whether a step of the WMI query failed. If so, logs `text` and the code.
+bool logIfFailed(HRESULT result, const char *text)
 {
     const long code = errorCode(result);
     if (code >= 0)
@@ -64,8 +64,8 @@ bool failed(HRESULT result, const char *text)
     return true;
 }
 
-/// Reads one property of a row by way of `value`, logs it behind `label` and clears `value`. Gives false,
-/// and an empty text, when the property holds no string: the name of a hidden adapter is NULL.
+/// Reads one property of a row into `text` by means of `value`, logs it after `label` and clears `value`. Returns
+/// whether the property is a string. If it is not, as with the NULL name of a hidden adapter, `text` is empty.
 bool readProperty(IWbemClassObject *row, const wchar_t *property, VARIANT *value, const char *label, QString *text)
 {
     const HRESULT result = row->Get(property, 0, value, nullptr, nullptr);
@@ -76,7 +76,7 @@ bool readProperty(IWbemClassObject *row, const wchar_t *property, VARIANT *value
     return isString;
 }
 
-/// A name in the folder for temporary files that no file bears any more.
+/// Returns the name of a temporary file that does not exist any more.
 QString makeScratchName()
 {
     QTemporaryFile file;
@@ -84,8 +84,8 @@ QString makeScratchName()
     return file.fileName();
 }
 
-/// Takes the rows behind the heading: the last field is the id, those before it are words of the name. The first
-/// line counts as heading whichever tool wrote it, also where powershell was asked for none.
+/// Reads the rows after the heading: the last field is the id, the fields before it are the words of the name. The
+/// first line counts as the heading whichever tool wrote it, although powershell is asked to write none.
 void parseInventory(const QString &text, InterfaceMap &interfaces)
 {
     const QStringList lines = text.trimmed().split(QChar('\n'), Qt::SkipEmptyParts);
@@ -101,8 +101,8 @@ void parseInventory(const QString &text, InterfaceMap &interfaces)
     }
 }
 
-/// Runs the device console tool and logs what it wrote. The caller has written the entry statement, since building
-/// the arguments can log something that belongs behind it.
+/// Runs the device console tool and logs what it wrote. The caller logs the entry statement, since building the
+/// arguments can log too, and the entry statement comes first.
 int runDevcon(const char *function, ZELK::Tap &tap, const QStringList &arguments)
 {
     QString output;
@@ -114,7 +114,7 @@ int runDevcon(const char *function, ZELK::Tap &tap, const QStringList &arguments
     return 0;
 }
 
-/// Runs the powershell command line and, when it fails, the netsh one.
+/// Runs the powershell command line and, if it fails, the netsh command line.
 int runAdapterCommand(const char *function, const QString &powershell, const char *fallback, const QString &netsh)
 {
     STATEMENT("trace", function);
@@ -132,7 +132,7 @@ int runAdapterCommand(const char *function, const QString &powershell, const cha
 
 QString packageFolder()
 {
-    // Windows takes two slashes in a row for one.
+    // Inside a path, Windows treats two slashes as one.
     return QString::fromUtf8(qgetenv("ProgramFiles") + "//HalvaneRelayKit");
 }
 
@@ -146,42 +146,42 @@ QSet<QString> ids(const InterfaceMap &interfaces)
 int ZELK::readInterfacesProgrammatically(InterfaceMap &interfaces)
 {
     HRESULT result = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    if (failed(result, "Failed to initialize COM library. Error code "))
+    if (logIfFailed(result, "Failed to initialize COM library. Error code "))
         return 1;
 
-    // The owners release in reverse order: services, locator, enumerator, and the apartment last.
+    // Destruction releases in reverse order: services, locator, enumerator, and the apartment last.
     const auto apartment = qScopeGuard([] { CoUninitialize(); });
     ComPointer<IEnumWbemClassObject> enumerator;
     ComPointer<IWbemLocator> locator;
     ComPointer<IWbemServices> services;
 
-    // Security is set once per process: on a later call of the same run this may give RPC_E_TOO_LATE, which is a
-    // failure like any other and leads to the commands.
+    // This fails with RPC_E_TOO_LATE as long as anything else in the process holds COM, such as a DLL that a security
+    // product injects. That is a failure like any other and leads to the commands.
     result = CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_DEFAULT, RPC_C_IMP_LEVEL_IMPERSONATE,
                                   nullptr, EOAC_NONE, nullptr);
-    if (failed(result, "Failed to initialize security. Error code = "))
+    if (logIfFailed(result, "Failed to initialize security. Error code = "))
         return 1;
 
     result = CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
                               reinterpret_cast<LPVOID *>(&locator.pointer));
-    if (failed(result, "Failed to create IWbemLocator object. Error code = "))
+    if (logIfFailed(result, "Failed to create IWbemLocator object. Error code = "))
         return 1;
 
     result = locator->ConnectServer(_bstr_t(L"ROOT\\CIMV2"), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
                                     &services.pointer);
-    if (failed(result, "Could not connect. Error code = "))
+    if (logIfFailed(result, "Could not connect. Error code = "))
         return 1;
 
     result = CoSetProxyBlanket(services.pointer, RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr, RPC_C_AUTHN_LEVEL_CALL,
                                RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE);
-    if (failed(result, "Could not set proxy blanket. Error code = "))
+    if (logIfFailed(result, "Could not set proxy blanket. Error code = "))
         return 1;
 
     result = services->ExecQuery(_bstr_t(L"WQL"),
                                  _bstr_t(L"SELECT NetConnectionID, PNPDeviceID FROM Win32_NetworkAdapter "
                                          L"WHERE Description = 'TAP-Windows Adapter V9'"),
                                  WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY, nullptr, &enumerator.pointer);
-    if (failed(result, "Query for operating system name failed. Error code = "))
+    if (logIfFailed(result, "Query for operating system name failed. Error code = "))
         return 1;
 
     VARIANT value{};
@@ -232,8 +232,8 @@ ZELK::InterfaceMap ZELK::Tap::readInterfaces()
         return interfaces;
     }
 
-    // A file that is not there, or has no name for want of a temporary folder, is let alone, and one that does not
-    // open is not read: Qt would put warnings of its own into the log.
+    // Qt would log warnings about a file that does not exist, has no name because there is no temporary folder, or is
+    // read although it did not open.
     QFile scratch(scratchName);
     output.clear();
     if (scratch.exists()) {
@@ -243,7 +243,7 @@ ZELK::InterfaceMap ZELK::Tap::readInterfaces()
         scratch.remove();
     }
 
-    // Redirected, wmic writes UTF-16LE; what powershell wrote is read alike.
+    // When redirected, wmic writes UTF-16LE. The output of powershell is decoded in the same way.
     parseInventory(QTextCodec::codecForName("UTF-16LE")->toUnicode(output), interfaces);
     return interfaces;
 }
@@ -302,7 +302,7 @@ int ZELK::Tap::disable(QString name)
         QString("netsh.exe interface set interface name='%1' admin=DISABLED").arg(name));
 }
 
-// Both names go in by one arg() call: a chain of two would take a "%2" in the first name for a place.
+// One arg() call inserts both names: the second of two calls would replace a "%2" in the first name.
 int ZELK::Tap::rename(QString from, QString to)
 {
     return runAdapterCommand(
@@ -334,8 +334,8 @@ int ZELK::Tap::check()
             return -1;
     }
 
-    // The names of the old inventory are in force again, while the new one still holds those that the update left;
-    // to addInterface() only its ids and its size matter.
+    // newInterfaces still has the names that the update left, although the old ones are restored by now. addInterface()
+    // uses only its ids and its size.
     if (oldInterfaces.contains(tapName)) {
         STATEMENT("debug", "ZELK::Tap::check") << "Tap interface already present";
     } else if (addInterface(newInterfaces) != 0) {

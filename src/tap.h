@@ -6,63 +6,64 @@
 namespace ZELK
 {
 
-/// The name of the one interface that is kept in the wanted state.
+/// The name of the one interface that the program keeps in a known state.
 inline const QString tapName = QStringLiteral("HalvaneRelayKit");
 
 /// TAP interfaces by name; the value is the PNP device id.
 using InterfaceMap = QMap<QString, QString>;
 
-/// Adds the TAP interfaces that WMI lists to `interfaces`. One whose name or id is no string, such as the NULL name
-/// of a hidden adapter, is left out.
-/// Gives 0 when the query ran, also when it found nothing; 1 when it failed, and `interfaces` is untouched.
+/// Adds the TAP interfaces that WMI lists to `interfaces`, except those whose name or id is not a string, such as the
+/// NULL name of a hidden adapter. Returns 0 when the query ran, even if it found nothing. Returns 1 when it failed;
+/// `interfaces` is then unchanged.
 int readInterfacesProgrammatically(InterfaceMap &interfaces);
 
-/// The operations on the TAP driver and its interfaces. Where nothing else is said, an operation gives 0 on
-/// success and -1 on failure, logs what it did, and undoes nothing when it fails.
+/// The operations on the TAP driver and its interfaces. Unless stated otherwise, an operation returns 0 on success and
+/// -1 on failure, logs what it did, and undoes nothing when it fails.
 class Tap
 {
 public:
-    /// The folder of the run log, and the file itself.
+    /// Return the folder of the run log, and the path of its file.
     QString logDir();
     QString logPath();
 
-    /// The TAP interfaces that the machine has now, from WMI or else from wmic or powershell. An empty map
-    /// stands for no interface and for an inventory that could not be read; only the log tells them apart.
+    /// Returns the TAP interfaces that the machine has now, from WMI or, if that fails, from wmic or powershell. The
+    /// map is empty both when there is no interface and when the inventory could not be read; only the log shows which.
     InterfaceMap readInterfaces();
 
-    /// Installs the driver with one new interface; updates the driver of all TAP interfaces; removes the
-    /// driver with all of them.
+    /// Install the driver with one new interface; update the driver of all TAP interfaces; remove the driver with all
+    /// of them.
     int create();
     int update();
     int remove();
 
-    /// Removes the interface named tapName; fails when there is none.
+    /// Removes the interface named tapName. Fails when there is none.
     int removeInterface();
 
-    /// Enables, disables or renames the interface of the given name, by powershell or else by netsh. The
-    /// name goes into their command lines as it is.
+    /// Enable, disable or rename the interface named `name` or `from`, with powershell or, if that fails, with netsh.
+    /// The names go into the command lines unchanged.
     int enable(QString name);
     int disable(QString name);
     int rename(QString from, QString to);
 
-    /// Takes the machine to the wanted state: driver updated, names as they were before the update, an
-    /// interface named tapName there and disabled. A failed update, final rename or disable is only logged.
+    /// Brings the machine to the wanted state: the driver is updated, the interfaces have the names from before the
+    /// update, and an interface named tapName exists and is disabled. A failed update, final rename or disable is only
+    /// logged.
     int check();
 
-    /// The device console tool for the system's bitness. Whether it exists is not tested, nor with pathDriver().
+    /// Returns the path of the device console tool for the system's architecture. The file may not exist.
     QString pathDevcon();
 
-    /// The driver's INF file for the system's version and bitness; an empty string when the system does not
-    /// tell its version.
+    /// Returns the path of the driver's INF file for the system's version and architecture. The file may not exist.
+    /// Returns an empty string when the system does not report its version.
     QString pathDriver();
 
 private:
-    /// Gives every interface that bore another name in `oldInterfaces` this name back; stops at the first
-    /// rename that fails.
+    /// Restores the name that each interface had in `oldInterfaces`. Stops at the first rename that fails.
     int restoreNames(const InterfaceMap &oldInterfaces, const InterfaceMap &newInterfaces);
 
-    /// Creates an interface, waits until the inventory shows the same one twice that `oldInterfaces` does
-    /// not hold, and names it tapName. Fails when it cannot be created, or when none or more than one shows up.
+    /// Creates an interface, polls the inventory until two polls show the same single id that `oldInterfaces` does not
+    /// contain, and renames that interface to tapName. Fails when the interface cannot be created, when more than one
+    /// id or none is new, or after ten polls. A failed rename is only logged.
     int addInterface(const InterfaceMap &oldInterfaces);
 };
 
