@@ -8,11 +8,19 @@ set_target_properties(tessark PROPERTIES PREFIX "")
 target_include_directories(tessark PUBLIC libtessark)
 target_link_libraries(tessark PUBLIC Qt5::Core PRIVATE ole32 shell32 uuid)
 
-configure_file(packaging/version.rc.in Mordwell.rc @ONLY)
+# add_version_resource(TARGET FILE TYPE DESCRIPTION): adds the version resource that Explorer shows, and by which Windows
+# Installer decides whether to replace the file, and the manifest that the variable MANIFEST names, if any.
+function(add_version_resource target file type description)
+    configure_file(packaging/version.rc.in ${target}.rc @ONLY)
+    target_sources(${target} PRIVATE ${CMAKE_BINARY_DIR}/${target}.rc)
+endfunction()
+add_version_resource(tessark tessark.dll VFT_DLL "Host library of the Halvane Relay Kit")
+set(MANIFEST ${CMAKE_SOURCE_DIR}/packaging/Mordwell.manifest)
+add_version_resource(Mordwell Mordwell.exe VFT_APP "${PROJECT_DESCRIPTION}")
+
 set_target_properties(Mordwell PROPERTIES WIN32_EXECUTABLE ON)
-target_sources(Mordwell PRIVATE ${CMAKE_BINARY_DIR}/Mordwell.rc)
 target_link_libraries(Mordwell PRIVATE Qt5::WinMain ole32 oleaut32 wbemuuid)
 if(MSVC)
-    # The resources already contain the manifest.
+    # The manifest is among the resources already.
     target_link_options(Mordwell PRIVATE /MANIFEST:NO)
 endif()
