@@ -1,20 +1,21 @@
-# What goes into the package; the command ./package makes it.
+# The contents of a package; the command ./package packs them.
 get_target_property(qt_dll Qt5::Core LOCATION)
 install(TARGETS Mordwell tessark RUNTIME DESTINATION .)
 install(FILES ${qt_dll} DESTINATION .)
 if(MORDWELL_TARGET MATCHES x86_64)
-    set(MORDWELL_SYSTEM "64-bit Windows on x64")
+    set(MORDWELL_SYSTEM "64-bit Windows 7 or later on x64")
     set(MORDWELL_ARCH x64)
 else()
-    set(MORDWELL_SYSTEM "32-bit Windows")
+    set(MORDWELL_SYSTEM "32-bit Windows 7 or later")
     set(MORDWELL_ARCH x86)
 endif()
-# Qt's folder is named after Debian's source package.
-string(REGEX REPLACE ".*/qt-(.*)-${MORDWELL_TARGET}" "\\1" MORDWELL_QT_SOURCE "${MORDWELL_QT}")
+# The versions that Qt was built from: QT_SOURCE_VERSION, QT_ZLIB_VERSION, QT_PCRE2_VERSION.
+include(${CMAKE_BINARY_DIR}/qt/versions.cmake)
 configure_file(packaging/README.txt.in README.txt @ONLY NEWLINE_STYLE CRLF)
 install(FILES ${CMAKE_BINARY_DIR}/README.txt DESTINATION .)
 install(FILES ${CMAKE_BINARY_DIR}/qt/LICENSE.LGPL3 ${CMAKE_BINARY_DIR}/qt/LICENSE.GPL3 DESTINATION licences)
 set(notices /usr/share/doc)
 install(FILES ${notices}/qtbase5-dev/copyright DESTINATION licences RENAME Qt5Core.txt)
+install(FILES ${notices}/libz-mingw-w64-dev/copyright DESTINATION licences RENAME zlib.txt)
 install(FILES ${notices}/gcc-mingw-w64-base/copyright DESTINATION licences RENAME gcc-runtime.txt)
 install(FILES ${notices}/mingw-w64-common/copyright DESTINATION licences RENAME mingw-w64.txt)

@@ -1,27 +1,27 @@
 #!/usr/bin/env bash
-# The package of one kind: what is in it, how its binaries are made, and that another user's checkout gives the same
-# bytes.
+# Checks the package for one architecture: its files, how its binaries were made, and that the checkout of another user
+# results in the same bytes.
 # usage: package_test.sh win64|win32 TARGET
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-kind=$1
-target=$2
+arch=$1 target=$2 failures=0
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-failures=0
 wrong() { echo "FAIL: $*" && failures=$((failures + 1)); }
 
-unzip -q "$root"/build/Mordwell-*-"$kind.zip" -d "$work"
+unzip -q "$root"/build/Mordwell-*-"$arch.zip" -d "$work"
 cd "$work"/*/
+version=$(basename "$PWD" | cut -d- -f2)
 expected='./Mordwell.exe ./Qt5Core.dll ./README.txt ./licences/LICENSE.GPL3 ./licences/LICENSE.LGPL3'
-expected+=' ./licences/Qt5Core.txt ./licences/gcc-runtime.txt ./licences/mingw-w64.txt ./tessark.dll '
+expected+=' ./licences/Qt5Core.txt ./licences/gcc-runtime.txt ./licences/mingw-w64.txt ./licences/zlib.txt ./tessark.dll '
 files=$(find . -type f | LC_ALL=C sort | tr '\n' ' ')
 [[ $files == "$expected" ]] || wrong "the files are $files"
-grep -aq 'level="asInvoker"' Mordwell.exe || wrong "the manifest does not ask for asInvoker"
+zlib=$("$target-strings" Qt5Core.dll | sed -n 's/^ inflate \([^ ]*\) .*/\1/p')
+grep -q "^    zlib    ${zlib}[+-]" README.txt || wrong "Qt5Core.dll contains zlib $zlib, and README.txt does not say so"
 
 system=' ADVAPI32 KERNEL32 MPR NETAPI32 OLEAUT32 SHELL32 USER32 USERENV VERSION WINMM WS2_32 msvcrt ole32 '
 machine=pei-x86-64 flags='HIGH_ENTROPY_VA DYNAMIC_BASE NX_COMPAT'
-[[ $kind == win64 ]] || machine=pei-i386 flags='DYNAMIC_BASE NX_COMPAT'
+[[ $arch == win64 ]] || machine=pei-i386 flags='DYNAMIC_BASE NX_COMPAT'
 for binary in Mordwell.exe tessark.dll Qt5Core.dll; do
     headers=$("$target-objdump" -p "$binary")
     grep -q "file format $machine$" <<<"$headers" || wrong "$binary is not $machine"
@@ -33,15 +33,23 @@ for binary in Mordwell.exe tessark.dll Qt5Core.dll; do
     done < <(sed -n 's/.*DLL Name: //p' <<<"$headers")
 done
 
-# Both kinds come out of one run, so one test looks at both. Qt is not built again, only found at another place.
-if [[ $kind == win64 ]]; then
+# resource BINARY TYPE MANIFESTS: a version resource has a signature, and 36 bytes after its start the type of the file.
+resource() {
+    "$target-strings" -el "$1" | paste -sd' ' |
+        grep " FileVersion $version InternalName ${1%.*} OriginalFilename $1 " >/dev/null || wrong "$1: version resource"
+    LC_ALL=C grep -qaP "(?s)\xbd\x04\xef\xfe.{32}$2" "$1" || wrong "$1: the version resource has the wrong file type"
+    [[ $(grep -ac 'level="asInvoker"' "$1") == "$3" ]] || wrong "$1: not $3 manifest that asks for asInvoker"
+}
+resource Mordwell.exe '\x01' 1
+resource tessark.dll '\x02' 0
+
+# One run of ./package makes both packages, so one test checks both. Qt is found in another cache folder, not rebuilt.
+if [[ $arch == win64 ]]; then
+    (cd "$root/build" && sha256sum --check --quiet SHA256SUMS) || wrong "SHA256SUMS does not match the packages"
     mkdir "$work/cache" "$work/another checkout"
     ln -s "${XDG_CACHE_HOME:-$HOME/.cache}/mordwell" "$work/cache/mordwell"
     tar -C "$root" --exclude=./build -cf - . | tar -C "$work/another checkout" -xf -
     (umask 077 && XDG_CACHE_HOME=$work/cache "$work/another checkout/package" >/dev/null)
-    for zip in "$root"/build/Mordwell-*.zip; do
-        cmp "$zip" "$work/another checkout/build/${zip##*/}" || wrong "others do not make the same bytes"
-    done
+    cmp "$root/build/SHA256SUMS" "$work/another checkout/build/SHA256SUMS" || wrong "another checkout, other bytes"
 fi
-echo "$kind: $failures failed"
 exit $((failures > 0))
