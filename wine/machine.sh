@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Runs the packaged program under Wine on the machine file MORDWELL_MACHINE as the native one runs: the fake tools
-# and the locator act on the file, and the log stands beside it afterwards.
+# Runs the packaged program under Wine on the machine file MORDWELL_MACHINE, as the native program runs on it: the fake
+# tools and the fake locator act on the file, and the log is in the folder beside it afterwards.
 # usage: machine.sh win64|win32 [WORD...]
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-kind=$1
+arch=$1
 shift
-wine=$here/../build/wine/$kind
-arch=x64
-[[ $kind == win64 ]] || arch=x86
+wine=$here/../build/wine/$arch
+devcon="devcon-x64.exe"
+[[ $arch == win64 ]] || devcon="devcon-x86.exe"
 drive=$wine/prefix/drive_c
 data=$drive/ProgramData/HalvaneRelayKit
 log=$MORDWELL_MACHINE.files/log/tap-log.txt
@@ -15,13 +15,13 @@ fact() { jq -e "$1" "$MORDWELL_MACHINE" >/dev/null 2>&1; }
 
 rm -rf "$data"
 if fact '.faults.noLogFolder'; then touch "$data"; fi
-# put WORD FILE: has the file there unless the machine is without it.
+# put WORD FILE: puts the fake tool there unless the machine file says that the machine has no WORD.
 put() { if fact ".system.$1 == false"; then rm -f "$2"; else cp "$wine/fake_tool.exe" "$2"; fi; }
 put wmic "$drive/windows/system32/wbem/wmic.exe"
-put devcon "$drive/Program Files/HalvaneRelayKit/bin/devcon-$arch.exe"
+put devcon "$drive/Program Files/HalvaneRelayKit/bin/$devcon"
 
 MORDWELL_MACHINE=Z:${MORDWELL_MACHINE//\//\\} \
-    "$here/wine.sh" "$kind" "Z:${wine//\//\\}\\package\\Mordwell.exe" "$@"
+    "$here/wine.sh" "$arch" "Z:${wine//\//\\}\\package\\Mordwell.exe" "$@"
 exit_code=$?
 if [[ -e $MORDWELL_MACHINE.decoy ]]; then echo "a decoy of a tool was run" >&2 && exit 99; fi
 mkdir -p "$(dirname "$log")"
