@@ -13,7 +13,7 @@ prefix=$cache/qt-$version-zlib-$zlib-$target
 mkdir -p "$cache"
 # A second run at the same time waits here and then finds Qt built.
 exec 8>"$cache/lock"
-flock 8
+flock -n 8 || { say "waiting for another build of Qt"; flock 8; }
 if [[ -d $prefix ]]; then
     echo "$prefix"
     exit
@@ -64,11 +64,11 @@ install_parts() {
 }
 
 quietly "reading Debian's lists of source packages" apt-get "${options[@]}" update
-apt-cache "${options[@]}" showsrc --only-source "$source" | grep -qx "Version: $version" ||
+apt-cache "${options[@]}" showsrc --only-source "$source" | grep -x "Version: $version" >/dev/null ||
     fail "Debian's archive no longer has the source of Qt $version, the installed version; upgrade qtbase5-dev"
 quietly "fetching the source of Qt $version from Debian" fetch
 quietly "configuring Qt $version for $target (a minute or two)" configure
 quietly "building Qt 5 Core for $target (about five minutes, once)" compile
-quietly "installing it" install_parts
+quietly "installing Qt for $target" install_parts
 mv -T "$work/root/qt" "$prefix"
 echo "$prefix"

@@ -3,16 +3,17 @@ set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES MORDWELL_TARGET)
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_CXX_COMPILER ${MORDWELL_TARGET}-g++)
 set(CMAKE_RC_COMPILER ${MORDWELL_TARGET}-windres)
-# The compiler's runtime goes into the binaries, and without time stamps the same sources give the same bytes.
-foreach(kind EXE SHARED MODULE)
-    set(CMAKE_${kind}_LINKER_FLAGS_INIT "-static -Wl,--no-insert-timestamp")
+# The compiler's runtime is linked statically. Without time stamps, the same sources result in the same bytes.
+foreach(type EXE SHARED MODULE)
+    set(CMAKE_${type}_LINKER_FLAGS_INIT "-static -Wl,--no-insert-timestamp")
 endforeach()
 set(CMAKE_FIND_ROOT_PATH /usr/${MORDWELL_TARGET})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
-# Under a name in the build folder, the user's own folders do not decide the order of the imports in the binaries.
+# The order of the imports in the binaries depends on the path of Qt. Through a link in the build folder, that path is the
+# same for every user.
 if(MORDWELL_QT)
     file(CREATE_LINK ${MORDWELL_QT} ${CMAKE_BINARY_DIR}/qt SYMBOLIC)
     set(CMAKE_PREFIX_PATH ${CMAKE_BINARY_DIR}/qt)
