@@ -1,6 +1,6 @@
-/// The host of the native program: libtessark and Sleep() on the simulated machine in the file that MORDWELL_MACHINE
-/// names. The folder "<file>.files" beside that file is the current folder of the run. It contains the log and, under
-/// its Windows path, wmic.
+/// The host of the native program: libtessark and Sleep() on the simulated machine in the file MORDWELL_MACHINE. The
+/// folder "<file>.files" beside that file is the current folder of the run. It contains the log and, under its Windows
+/// path, wmic.
 #include "libtessark.h"
 #include "machine.h"
 #include "wmi.h"
@@ -8,12 +8,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonValue>
 #include <QRegularExpression>
 #include <QThread>
 
 #include <cstdio>
-#include <cstdlib>
 #include <sys/file.h>
 
 namespace
@@ -21,30 +19,26 @@ namespace
 
 const char wmicTool[] = R"(C:\Windows\System32\wbem\WMIC.exe)";
 
-/// Makes the machine's folder the current one, waits until no other run uses it, and reads the machine. The lock ends
-/// with the process, even with one that is killed.
+/// Changes to the machine's folder, waits until no other run uses it, and reads the machine. The lock ends with the
+/// process, even when it is killed.
 Machine openMachine(const QString &path)
 {
-    const QFileInfo file(path);
-    // The machine refuses such a file; nothing must be created beside it.
-    if (file.exists() && !file.isFile())
-        return Machine(path);
+    // Reading a device or a pipe may never end.
+    if (QFileInfo::exists(path) && !QFileInfo(path).isFile())
+        stop(path + ": not a regular file");
     QDir().mkdir(path + ".files");
     static QFile lock("lock");
-    if (!QDir::setCurrent(path + ".files") || !lock.open(QIODevice::WriteOnly) || flock(lock.handle(), LOCK_EX) != 0) {
-        std::fprintf(stderr, "%s.files: cannot be used\n", qPrintable(path));
-        std::exit(2);
-    }
+    if (!QDir::setCurrent(path + ".files") || !lock.open(QIODevice::WriteOnly) || flock(lock.handle(), LOCK_EX) != 0)
+        stop(path + ".files: cannot be used");
     return Machine(path);
 }
 
 struct Host : WmiHost {
     Host()
     {
+        QFile::remove(wmicTool);
         if (machine.system()["wmic"].toBool())
             QFile(wmicTool).open(QIODevice::WriteOnly);
-        else
-            QFile::remove(wmicTool);
         wmiHost = this;
     }
     HRESULT comCall(const QString &function, const QString &) override { return machine.wmiFault(function); }
@@ -93,12 +87,11 @@ int libtessark::utils::winVersion(int *major, int *minor)
 int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output,
                                bool oneMeansRestart, bool *restartNeeded)
 {
-    const QString expected =
+    const QString devcon =
         QString(R"(C:\Program Files//HalvaneRelayKit/bin/devcon-%1.exe)").arg(win64Sys() ? "x64" : "x86");
+    const bool exists = program == devcon && host().machine.system()["devcon"].toBool();
     QByteArray bytes = "No such program: " + program.toUtf8();
-    int exitCode = -1;
-    if (host().machine.system()["devcon"].toBool() && program == expected)
-        exitCode = host().machine.devcon(arguments, bytes);
+    const int exitCode = exists ? host().machine.devcon(arguments, bytes) : -1;
     output = QString::fromUtf8(bytes);
     const bool restart = oneMeansRestart && exitCode == 1;
     if (restartNeeded)

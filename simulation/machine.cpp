@@ -1,12 +1,10 @@
 #include "machine.h"
 
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
 #include <QSaveFile>
-#include <QSet>
 #include <QTextCodec>
 
 #include <algorithm>
@@ -16,12 +14,12 @@
 namespace
 {
 
-/// Every key of a machine file, with the value that stands for a missing one; "*" alone stands for any keys. No
-/// interface is there unless the file holds it.
+/// Every key of a machine file with its default. "*" stands for any key, and a list contains the default of its
+/// entries.
 const char modelFile[] = R"({
     "system": {"major": 10, "minor": 0, "x64": true, "wmic": true, "devcon": true},
     "driver": "",
-    "interfaces": [{"name": "", "id": "", "enabled": true, "listedFromRead": 1}],
+    "interfaces": [{"name": "", "id": "", "enabled": true, "hidden": false, "listedFromRead": 1}],
     "faults": {
         "wmiFromQuery": 1,
         "wmi": {"CoInitializeEx": 0, "CoInitializeSecurity": 0, "CoCreateInstance": 0,
@@ -37,41 +35,25 @@ const char modelFile[] = R"({
     }
 })";
 
-const char wmicInventory[] = "nic where Description='TAP-Windows Adapter V9' get NetConnectionID, PNPDeviceID";
-const char powershellInventory[] =
-    R"(-NonInteractive -Command "& { Get-WmiObject -Class Win32_NetworkAdapter )"
-    R"(-Filter """Description='TAP-Windows Adapter V9'""" | Format-Table  -HideTableHeaders )"
-    R"(-Property  'NetConnectionID', 'PNPDeviceID' } ")";
+// They recognise a command and its names, since the unit tests check each character. A quote ends a name, and what
+// follows then matches nothing.
+const char powershellChange[] =
+    R"re("(?<verb>\w+)-NetAdapter -Name '(?<name>[^']*)'(?: -NewName '(?<to>[^']*)'| -Confirm:\$False) "$)re";
+const char netshChange[] = " name='(?<name>[^']*)' (?:newname='(?<to>[^']*)'|admin=(?<verb>\\w+))$";
 
-const struct {
-    const char *tool;
-    const char *pattern;
-} adapterCommands[] = {
-    {"powershell", R"(-NonInteractive -Command +"(?<state>Enable|Disable)-NetAdapter )"
-                   R"(-Name '(?<name>[^']*)' -Confirm:\$False ")"},
-    {"powershell", R"(-NonInteractive -Command +"Rename-NetAdapter -Name '(?<name>[^']*)' -NewName '(?<to>[^']*)' ")"},
-    {"netsh", "interface set interface name='(?<name>[^']*)' admin=(?<state>ENABLE|DISABLE)D"},
-    {"netsh", "interface set interface name='(?<name>[^']*)' newname='(?<to>[^']*)'"},
-};
-
-[[noreturn]] void stop(const QString &message)
-{
-    std::fprintf(stderr, "%s\n", message.toUtf8().constData());
-    std::exit(2);
-}
-
-/// Gives `given` with the keys that it lacks; `place` is where it stands, for the message.
+/// Returns `given` with its missing keys added. `place` says where it is in the file, for the message.
 QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &place, const char *separator = ".")
 {
-    // In the order of QJsonValue::Type.
-    const char *const kinds[] = {"null", "true or false", "a whole number of 32 bits", "a text", "a list", "an object"};
+    // In the order of QJsonValue::Type. Faults of WMI and of tools are codes; all other numbers count something.
+    const char *const types[] = {"null", "true or false", "an integer from 0 to 1000", "a text", "a list", "an object"};
+    const char *const code = "a code as the log shows it, signed, such as -2147217385";
+    const bool isCode = model.isDouble() && place.contains(QRegularExpression(R"(: faults\.(wmi|tools)\.)"));
     if (given.isUndefined())
         given = model.isArray() ? QJsonArray() : model.isObject() ? QJsonObject() : model;
-    if (given.type() != model.type() || (given.isDouble() && given.toDouble() != given.toInt()))
-        stop(place + ": expected " + kinds[model.type()]);
-    // A number that is not 0 by itself counts something; the others are codes.
-    if (model.toInt() > 0 && (given.toInt() < 0 || given.toInt() > 1000))
-        stop(place + ": expected a whole number from 0 to 1000");
+    const bool outOfRange =
+        given.toDouble() != given.toInt() || (!isCode && (given.toInt() < 0 || given.toInt() > 1000));
+    if (given.type() != model.type() || outOfRange)
+        stop(place + ": expected " + (isCode ? code : types[model.type()]));
 
     if (given.isArray()) {
         QJsonArray array = given.toArray();
@@ -102,14 +84,17 @@ int answer(QByteArray &output, const QString &text, int exitCode)
 
 } // namespace
 
+void stop(const QString &message)
+{
+    std::fprintf(stderr, "%s\n", message.toUtf8().constData());
+    std::exit(2);
+}
+
 Machine::Machine(const QString &path) : m_path(path)
 {
     QByteArray text = "{}";
     QFile file(path);
     if (file.exists()) {
-        // A device or a pipe may never end.
-        if (!QFileInfo(file).isFile())
-            stop(path + ": not a regular file");
         if (!file.open(QIODevice::ReadOnly))
             stop(path + ": " + file.errorString());
         text = file.readAll();
@@ -124,12 +109,11 @@ Machine::Machine(const QString &path) : m_path(path)
         stop(QString("%1: line %2, column %3: ").arg(path).arg(before.count('\n') + 1).arg(column) +
              error.errorString());
     }
-    m_state = complete(given.isArray() ? QJsonValue(given.array()) : given.object(),
-                       QJsonDocument::fromJson(modelFile).object(), path, ": ")
-                  .toObject();
+    const QJsonObject model = QJsonDocument::fromJson(modelFile).object();
+    m_state = complete(QJsonValue::fromVariant(given.toVariant()), model, path, ": ").toObject();
     for (const QJsonValue entry : m_state["interfaces"].toArray()) {
         m_interfaces.append({entry["name"].toString(), entry["id"].toString(), entry["enabled"].toBool(),
-                             entry["listedFromRead"].toInt()});
+                             entry["hidden"].toBool(), entry["listedFromRead"].toInt()});
     }
     if (!file.exists())
         save();
@@ -139,13 +123,16 @@ void Machine::save()
 {
     QJsonArray interfaces;
     for (const Interface &each : m_interfaces) {
-        interfaces.append(QJsonObject{
-            {"name", each.name}, {"id", each.id}, {"enabled", each.enabled}, {"listedFromRead", each.listedFromRead}});
+        interfaces.append(QJsonObject{{"name", each.name},
+                                      {"id", each.id},
+                                      {"enabled", each.enabled},
+                                      {"hidden", each.hidden},
+                                      {"listedFromRead", each.listedFromRead}});
     }
     m_state["interfaces"] = interfaces;
     QSaveFile file(m_path);
     const QByteArray text = QJsonDocument(m_state).toJson();
-    // On a full disk only the size written and the flush tell: commit() alone would put a cut file in place.
+    // On a full disk only write() and flush() fail: commit() alone would replace the file by a truncated one.
     if (!file.open(QIODevice::WriteOnly) || file.write(text) < text.size() || !file.flush() || !file.commit())
         stop(m_path + ": " + file.errorString());
 }
@@ -154,10 +141,13 @@ QVector<Machine::Interface> Machine::listInterfaces()
 {
     QVector<Interface> listed;
     for (Interface &each : m_interfaces) {
-        if (each.listedFromRead <= 1)
-            listed.append(each);
-        else
+        if (each.listedFromRead > 1) {
             --each.listedFromRead;
+            continue;
+        }
+        listed.append(each);
+        if (each.hidden)
+            listed.last().name.clear();
     }
     if (listed.size() < m_interfaces.size())
         save();
@@ -173,7 +163,6 @@ QVector<WmiRow> Machine::wmiRows()
 {
     QVector<WmiRow> rows;
     for (const Interface &each : listInterfaces()) {
-        // A hidden adapter has no name, which WMI gives as NULL.
         const WmiValue name{0, VARTYPE(each.name.isEmpty() ? VT_NULL : VT_BSTR), each.name};
         rows.append({{"NetConnectionID", name}, {"PNPDeviceID", {0, VT_BSTR, each.id}}});
     }
@@ -189,44 +178,37 @@ QVector<WmiRow> Machine::wmiRows()
 int Machine::devcon(const QStringList &arguments, QByteArray &output)
 {
     const QString verb = arguments.value(0);
+    const QString operand = arguments.value(1);
     // As with the real tool, 1 means that all is done and a restart is needed.
-    const int exitCode = fault("devcon " + verb);
+    const int exitCode = verb == "update" && m_interfaces.isEmpty() ? 2 : fault("devcon " + verb);
     if (exitCode != 0 && exitCode != 1)
         return answer(output, "devcon failed.", exitCode);
 
-    const bool withInf = arguments.size() == 3 && arguments[2] == "tap0901";
-    if (withInf && (verb == "install" || verb == "update")) {
-        if (arguments[1].isEmpty() || (verb == "update" && m_interfaces.isEmpty()))
-            return answer(output, "devcon failed.", 2);
-        m_state["driver"] = arguments[1];
-        if (verb == "install") {
-            for (int i = 0; i < faults()["createAtOnce"].toInt(); ++i)
-                createInterface();
-        } else {
-            const QJsonObject renames = faults()["updateRenames"].toObject();
-            for (Interface &each : m_interfaces)
-                each.name = renames.value(each.name).toString(each.name);
-        }
-        save();
-        if (verb == "install" && faults()["installFailsLate"].toBool())
-            return answer(output, "devcon failed.", 2);
-        return answer(output, "Drivers installed successfully.", exitCode);
-    }
-    if (verb == "remove" && arguments.size() == 2) {
-        const QString &target = arguments[1];
-        const auto end = std::remove_if(m_interfaces.begin(), m_interfaces.end(), [&](const Interface &each) {
-            return target == "tap0901" || target == "@" + each.id;
-        });
-        const int count = int(m_interfaces.end() - end);
-        m_interfaces.erase(end, m_interfaces.end());
-        if (target == "tap0901")
+    QString message = "Drivers installed successfully.";
+    if (verb == "install") {
+        m_state["driver"] = operand;
+        for (int i = 0; i < faults()["createAtOnce"].toInt(); ++i)
+            createInterface();
+    } else if (verb == "update") {
+        m_state["driver"] = operand;
+        const QJsonObject renames = faults()["updateRenames"].toObject();
+        for (Interface &each : m_interfaces)
+            each.name = renames.value(each.name).toString(each.name);
+    } else if (verb == "remove") {
+        const bool all = operand == "tap0901";
+        if (all)
             m_state["driver"] = "";
-        else if (count == 0)
-            return answer(output, "No devices were removed.", 2);
-        save();
-        return answer(output, QString("%1 device(s) were removed.").arg(count), exitCode);
+        const auto end = std::remove_if(m_interfaces.begin(), m_interfaces.end(),
+                                        [&](const Interface &each) { return all || operand == "@" + each.id; });
+        message = QString("%1 device(s) were removed.").arg(m_interfaces.end() - end);
+        m_interfaces.erase(end, m_interfaces.end());
+    } else {
+        return answer(output, "devcon does not understand: " + arguments.join(' '), 3);
     }
-    return answer(output, "devcon does not understand: " + arguments.join(' '), 3);
+    save();
+    if (verb == "install" && faults()["installFailsLate"].toBool())
+        return answer(output, "devcon failed.", 2);
+    return answer(output, message, exitCode);
 }
 
 int Machine::run(const QString &tool, const QString &arguments, QByteArray &output)
@@ -236,60 +218,29 @@ int Machine::run(const QString &tool, const QString &arguments, QByteArray &outp
     if (fault(tool) != 0)
         return answer(output, tool + " failed.", fault(tool));
 
-    const QString line = arguments.trimmed();
-    if (tool == "wmic" && line == wmicInventory) {
-        output = QTextCodec::codecForName("UTF-16LE")->fromUnicode(inventoryText("NetConnectionID  PNPDeviceID\r\n"));
+    // Redirected, wmic writes UTF-16LE. Powershell writes the console's code page, and an empty line without headings.
+    if (arguments.contains("PNPDeviceID")) {
+        output = tool == "wmic" ? inventoryText("NetConnectionID  PNPDeviceID\r\n", "UTF-16LE")
+                                : inventoryText("\r\n", "IBM850");
         return 0;
     }
-    // Redirected, powershell writes in the console's code page; without a heading, an empty line comes first.
-    if (tool == "powershell" && line == powershellInventory) {
-        output = QTextCodec::codecForName("IBM850")->fromUnicode(inventoryText("\r\n"));
-        return 0;
-    }
-    for (const auto &command : adapterCommands) {
-        const QRegularExpression pattern(QRegularExpression::anchoredPattern(command.pattern));
-        const QRegularExpressionMatch match = pattern.match(line);
-        if (tool == command.tool && match.hasMatch())
-            return changeAdapter(match.captured("name"), match.captured("state"), match.captured("to"), output);
-    }
-    return answer(output, tool + " does not understand: " + arguments, 1);
-}
-
-int Machine::find(const QString &name) const
-{
-    const auto found = std::find_if(m_interfaces.begin(), m_interfaces.end(),
-                                    [&](const Interface &each) { return each.name == name; });
-    return found == m_interfaces.end() ? -1 : int(found - m_interfaces.begin());
-}
-
-void Machine::createInterface()
-{
-    QSet<QString> ids;
-    for (const Interface &each : m_interfaces)
-        ids.insert(each.id);
-    QString name = "Ethernet";
-    for (int number = 2; find(name) >= 0; ++number)
-        name = QString("Ethernet %1").arg(number);
-    QString id;
-    for (int number = 0; id.isEmpty() || ids.contains(id); ++number)
-        id = QString(R"(ROOT\NET\%1)").arg(number, 4, 10, QChar('0'));
-    m_interfaces.append({name, id, true, faults()["listNewFromRead"].toInt()});
-}
-
-/// Sets the state, or the name when no state is given.
-int Machine::changeAdapter(const QString &name, const QString &state, const QString &newName, QByteArray &output)
-{
+    const QRegularExpression change(tool == "powershell" ? powershellChange : netshChange);
+    const QRegularExpressionMatch match = change.match(arguments.trimmed());
+    if (!match.hasMatch())
+        return answer(output, tool + " does not understand: " + arguments, 1);
+    const QString name = match.captured("name");
+    const QString newName = match.captured("to");
     const int at = find(name);
-    if (at < 0)
+    if (at < 0 || m_interfaces[at].hidden)
         return answer(output, "No interface has the name " + name, 1);
-    if (!state.isEmpty()) {
-        m_interfaces[at].enabled = state.startsWith("enable", Qt::CaseInsensitive);
+    if (newName.isNull()) {
+        m_interfaces[at].enabled = match.captured("verb").startsWith("enable", Qt::CaseInsensitive);
     } else {
         const bool taken = newName != name && find(newName) >= 0;
-        if (newName.isEmpty() || (taken && !faults()["acceptTakenNames"].toBool()))
-            return answer(output, "This name cannot be given: " + newName, 1);
+        if (taken && !faults()["acceptTakenNames"].toBool())
+            return answer(output, "The name is taken: " + newName, 1);
         m_interfaces[at].name = newName;
-        // Of two bearers of a name, a command means the one that has borne it longer.
+        // A name that two interfaces share then means the one that had it first.
         if (taken)
             m_interfaces.append(m_interfaces.takeAt(at));
     }
@@ -298,12 +249,29 @@ int Machine::changeAdapter(const QString &name, const QString &state, const QStr
     return 0;
 }
 
-QString Machine::inventoryText(const QString &heading)
+int Machine::find(const QString &nameOrId) const
 {
-    QString text;
+    const auto found = std::find_if(m_interfaces.begin(), m_interfaces.end(), [&](const Interface &each) {
+        return each.name == nameOrId || each.id == nameOrId;
+    });
+    return found == m_interfaces.end() ? -1 : int(found - m_interfaces.begin());
+}
+
+void Machine::createInterface()
+{
+    QString name = "Ethernet";
+    for (int number = 2; find(name) >= 0; ++number)
+        name = QString("Ethernet %1").arg(number);
+    QString id = R"(ROOT\NET\0000)";
+    for (int number = 1; find(id) >= 0; ++number)
+        id = QString(R"(ROOT\NET\%1)").arg(number, 4, 10, QChar('0'));
+    m_interfaces.append({name, id, true, false, faults()["listNewFromRead"].toInt()});
+}
+
+QByteArray Machine::inventoryText(const QString &heading, const char *codec)
+{
+    QString text = heading;
     for (const Interface &each : listInterfaces())
         text += each.name + "  " + each.id + "  \r\n";
-    if (!text.isEmpty())
-        text.prepend(heading);
-    return text;
+    return QTextCodec::codecForName(codec)->fromUnicode(text);
 }

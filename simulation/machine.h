@@ -7,10 +7,12 @@
 
 #include "wmi.h"
 
-/// A simulated Windows machine as far as the program touches it, kept in a JSON file: what it is, its TAP
-/// interfaces, and the faults that it is ordered to show. It knows the commands that the program issues and
-/// answers any other with a failure and a message. The README
-/// beside this file tells its keys.
+/// Ends the process with exit code 2 and the message.
+[[noreturn]] void stop(const QString &message);
+
+/// A simulated Windows machine as far as the program uses one, kept in a JSON file: its system, its TAP interfaces,
+/// and the faults that it has to show. The native program and the fakes under Wine share it. README.md in this folder
+/// describes the keys of the file.
 class Machine
 {
 public:
@@ -18,36 +20,35 @@ public:
         QString name;
         QString id;
         bool enabled;
-        int listedFromRead; ///< 1 when it is listed; more when reads of the inventory have yet to miss it.
+        bool hidden;        ///< WMI lists it without a name, and no tool finds it.
+        int listedFromRead; ///< 1 when the next read of the inventory lists it, n when the n-th does.
     };
 
-    /// Reads the file; one that is not there stands for an empty Windows 10 x64 machine. Ends the process with
-    /// 2 and a message that names the place when the file is malformed.
+    /// Reads the file, and creates it when it does not exist: an empty Windows 10 x64 machine. Ends the process with
+    /// exit code 2 and a message that names the key or the line when the file is malformed.
     explicit Machine(const QString &path);
 
     QJsonObject system() const { return m_state["system"].toObject(); }
     QJsonObject faults() const { return m_state["faults"].toObject(); }
 
-    /// The HRESULT with which a step of the WMI query is to fail now; 0 when it is not.
+    /// Returns the HRESULT with which a step of the WMI query has to fail now, or 0.
     HRESULT wmiFault(const QString &step) const;
 
-    /// Reads the inventory by WMI.
+    /// Reads the inventory through WMI.
     QVector<WmiRow> wmiRows();
 
-    /// Runs the device console tool: replaces `output` by what it writes and gives its exit code. A change is
-    /// in the file by then.
+    /// Runs devcon. Sets `output` to what it writes and returns its exit code. The file contains the changes by then.
     int devcon(const QStringList &arguments, QByteArray &output);
 
-    /// The same for "powershell", "netsh" and "wmic", which take the rest of their command line as it stands.
+    /// Does the same for "powershell", "netsh" and "wmic". `arguments` is the rest of the command line, unparsed.
     int run(const QString &tool, const QString &arguments, QByteArray &output);
 
 private:
     int fault(const QString &tool) const { return faults()["tools"].toObject()[tool].toInt(); }
-    int find(const QString &name) const;
+    int find(const QString &nameOrId) const; ///< Returns -1 when there is none.
     void createInterface();
-    int changeAdapter(const QString &name, const QString &state, const QString &newName, QByteArray &output);
     QVector<Interface> listInterfaces();
-    QString inventoryText(const QString &heading);
+    QByteArray inventoryText(const QString &heading, const char *codec);
     void save();
 
     QString m_path;

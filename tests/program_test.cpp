@@ -112,7 +112,7 @@ void ProgramTest::machineFiles()
     } runs[] = {{program, R"({"faults": {"wmi": {"ExecQery": -1}}})", "faults.wmi.ExecQery: unknown key"},
                 {program, R"({"faults": {"updateRenames": {"*": 1}}})", "faults.updateRenames.*: expected a text"},
                 {program, R"({"interfaces": [{}, {"listedFromRead": 1001}]})",
-                 "interfaces[1].listedFromRead: expected a whole"},
+                 "interfaces[1].listedFromRead: expected an integer"},
                 {program, "{\n{", "line 2, column 2: "},
                 {program, "\n", "the file is empty"},
                 // As on a full disk.
