@@ -134,7 +134,7 @@ void Machine::save()
     const QByteArray text = QJsonDocument(m_state).toJson();
     // On a full disk only write() and flush() fail: commit() alone would replace the file by a truncated one.
     if (!file.open(QIODevice::WriteOnly) || file.write(text) < text.size() || !file.flush() || !file.commit())
-        stop(m_path + ": " + file.errorString());
+        stop(m_path + ": cannot be written: " + file.errorString());
 }
 
 QVector<Machine::Interface> Machine::listInterfaces()
