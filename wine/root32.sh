@@ -35,8 +35,7 @@ if [[ ! -d $wine/root ]]; then
 fi
 
 # Wine runs in the machine's own file system with only /usr replaced; a checkout below /usr is still there.
-program=$(find "$wine/root/usr/lib/wine" -name wine32 -o -name wine | sort | tail -n 1)
 loader=(bwrap --dev-bind / / --bind "$wine/root/usr" /usr --bind "$root" "$root"
-    --setenv WINESERVER /usr/lib/wine/wineserver32 "${program#"$wine/root"}")
+    --setenv WINESERVER /usr/lib/wine/wineserver32 /usr/lib/wine/wine)
 output=$("${loader[@]}" --version 2>&1) || { tail -n 1 <<<"$output"; exit 1; }
 printf '%s\n' "${loader[@]}" >"$wine/loader"
