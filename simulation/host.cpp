@@ -87,9 +87,10 @@ int libtessark::utils::winVersion(int *major, int *minor)
 int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output,
                                bool oneMeansRestart, bool *restartNeeded)
 {
+    const QJsonObject system = host().machine.system();
     const QString devcon =
-        QString(R"(C:\Program Files//HalvaneRelayKit/bin/devcon-%1.exe)").arg(win64Sys() ? "x64" : "x86");
-    const bool exists = program == devcon && host().machine.system()["devcon"].toBool();
+        QString(R"(C:\Program Files//HalvaneRelayKit/bin/devcon-%1.exe)").arg(system["x64"].toBool() ? "x64" : "x86");
+    const bool exists = program == devcon && system["devcon"].toBool();
     QByteArray bytes = "No such program: " + program.toUtf8();
     const int exitCode = exists ? host().machine.devcon(arguments, bytes) : -1;
     output = QString::fromUtf8(bytes);

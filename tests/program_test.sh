@@ -55,8 +55,8 @@ EOF
     # ./run builds and runs the default build alone.
     [[ $program == "$root/build/default/Mordwell" ]] || return
     expect "new.json does not exist: creating" "$root/run" --machine "$folder/new.json" list
-    expect $'before:*none*Log*    \e?31m?ERROR]\e?0m*Exit code: 255*after:*none' \
-        script -qc "NO_COLOR= '$root/run' --case devcon-missing create" /dev/null
+    expect $'before:*none*devcon: exit code 2: *Log*    \e?31m?ERROR]\e?0m*code: 255*after:*0000  enabled*ended: 255' \
+        script -qc "NO_COLOR= '$root/run' --case install-fails-late create; echo ended: \$?" /dev/null
 }
 
 value() { jq -r ".$1" <<<"$case"; }
