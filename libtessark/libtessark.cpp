@@ -1,8 +1,10 @@
 #include "libtessark.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <QRegExp>
 
 #include <windows.h>
 
@@ -11,14 +13,30 @@
 namespace
 {
 
-/// Starts a process by `start`, waits for its end and puts what it wrote into `output`.
-template <typename Start>
-int run(Start start, QByteArray &output)
+/// Starts the file `program`, waits until it has ended and puts what it wrote into `output`. Its command line is `line`
+/// or, if that is empty, consists of `program` and `arguments`. Returns as execute() does.
+int run(QProcess &process, const QString &program, const QStringList &arguments, std::wstring line, QByteArray &output)
 {
-    QProcess process;
+    const std::wstring file = QDir::toNativeSeparators(program).toStdWString();
+    process.setCreateProcessArgumentsModifier([&](QProcess::CreateProcessArguments *created) {
+        created->flags |= CREATE_NO_WINDOW;
+        // Without a file name, CreateProcess() would search for the first word of the line, in the current folder too.
+        created->applicationName = file.c_str();
+        // The line is passed as it is: splitting it and joining it again could change its quotes.
+        if (!line.empty())
+            created->arguments = line.data();
+    });
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.setStandardInputFile(QProcess::nullDevice());
-    start(process);
+
+    // A child inherits the error mode of the process, not that of a thread. In this mode a child with a missing DLL
+    // fails instead of waiting behind a message box that nobody sees; crash reports stay on. Two threads that start
+    // children at the same time could leave the mode set, but the package's programs have one thread.
+    const UINT errorMode = GetErrorMode();
+    SetErrorMode(errorMode | SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
+    process.start(program, arguments);
+    SetErrorMode(errorMode);
+
     process.waitForFinished(-1);
     output = process.readAll();
     const int exitCode = process.exitCode();
@@ -26,7 +44,14 @@ int run(Start start, QByteArray &output)
     return crashed && exitCode == 0 ? -1 : exitCode;
 }
 
-/// Console tools write the OEM code page into a pipe, not the ANSI one that QString::fromLocal8Bit() takes.
+/// Whether `path` is the full path of an .exe file on a drive letter. Any other path can depend on the current folder
+/// or name a server, such as //server/tool.exe, and a batch file would have its arguments interpreted by cmd.
+bool isProgramOnDrive(const QString &path)
+{
+    return QRegExp(R"([A-Z]:[/\\].*\.exe)", Qt::CaseInsensitive).exactMatch(path);
+}
+
+/// Console tools write the OEM code page into a pipe, not the ANSI one that QString::fromLocal8Bit() decodes.
 QString fromOem(const QByteArray &bytes)
 {
     QVector<wchar_t> text(bytes.size());
@@ -41,10 +66,11 @@ QString systemFolder()
     return length < MAX_PATH ? QString::fromWCharArray(folder, int(length)) : QString();
 }
 
-/// The path of the program in `folder` that bears this name, with or without ".exe"; an empty text if there is none.
+/// Returns the path of the program in `folder` that is named `name`, with or without ".exe"; an empty text if there is
+/// none.
 QString programIn(const QString &folder, const QString &name)
 {
-    // With a path for a name, the search would not stay in the folder.
+    // SearchPath() looks for a name that contains a path outside the folder.
     if (QFileInfo(name).fileName() != name)
         return QString();
     wchar_t path[MAX_PATH];
@@ -53,17 +79,21 @@ QString programIn(const QString &folder, const QString &name)
     return length < MAX_PATH ? QString::fromWCharArray(path, int(length)) : QString();
 }
 
-/// This process's environment, but for the places where programs are looked for: they are those that only
-/// administrators can write to.
+/// Returns this process's environment, except for its search paths: they contain only folders that none but
+/// administrators can write to, and a command is only a .com or .exe file.
 QProcessEnvironment systemEnvironment(const QString &folder)
 {
     wchar_t windows[MAX_PATH];
     const UINT length = qMin<UINT>(GetSystemWindowsDirectoryW(windows, MAX_PATH), MAX_PATH);
+    const QString powershell = folder + "\\WindowsPowerShell\\v1.0";
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("PATH", QStringList{folder, QString::fromWCharArray(windows, int(length)), folder + "\\Wbem",
-                                           folder + "\\WindowsPowerShell\\v1.0"}
-                                   .join(';'));
+    const QStringList path{folder, QString::fromWCharArray(windows, int(length)), folder + "\\Wbem", powershell};
+    environment.insert("PATH", path.join(';'));
+    environment.insert("PATHEXT", ".COM;.EXE");
     environment.insert("NoDefaultCurrentDirectoryInExePath", "1");
+    // PowerShell 7 hands down its own value, with which modules that both have fail to load in Windows PowerShell.
+    // PowerShell itself adds the account's module folder.
+    environment.insert("PSModulePath", powershell + "\\Modules");
     return environment;
 }
 
@@ -71,8 +101,10 @@ QProcessEnvironment systemEnvironment(const QString &folder)
 
 QString libtessark::getCommonLogDir(QString subdir)
 {
+    // No name on Windows contains < or >. So without ProgramData the log cannot be opened on any drive, whereas an
+    // ordinary folder on the current drive could have been made by any user.
+    QString folder = "/<no ProgramData>";
     PWSTR programData = nullptr;
-    QString folder;
     if (SUCCEEDED(SHGetKnownFolderPath(FOLDERID_ProgramData, 0, nullptr, &programData)))
         folder = QString::fromWCharArray(programData);
     CoTaskMemFree(programData);
@@ -89,7 +121,7 @@ bool libtessark::utils::win64Sys()
 
 int libtessark::utils::winVersion(int *major, int *minor)
 {
-    // GetVersionEx() tells a program what its manifest claims to know; this tells the truth.
+    // GetVersionEx() reports no newer version than the program's manifest names; RtlGetVersion() reports the true one.
     using RtlGetVersion = LONG(WINAPI *)(OSVERSIONINFOW *);
     const auto getVersion = reinterpret_cast<RtlGetVersion>(
         reinterpret_cast<void *>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlGetVersion")));
@@ -106,13 +138,8 @@ int libtessark::utils::execute(const QString &program, const QStringList &argume
                                bool oneMeansRestart, bool *restartNeeded)
 {
     QByteArray bytes;
-    const int exitCode = run(
-        [&](QProcess &process) {
-            process.setCreateProcessArgumentsModifier(
-                [](QProcess::CreateProcessArguments *created) { created->flags |= CREATE_NO_WINDOW; });
-            process.start(program, arguments);
-        },
-        bytes);
+    QProcess process;
+    const int exitCode = isProgramOnDrive(program) ? run(process, program, arguments, {}, bytes) : -1;
     output = fromOem(bytes);
     const bool restart = oneMeansRestart && exitCode == 1;
     if (restartNeeded)
@@ -127,20 +154,8 @@ int libtessark::utils::executeSync(const QString &commandLine, QByteArray *outpu
     const QString program = programIn(folder, commandLine.section(' ', 0, 0));
     if (folder.isEmpty() || program.isEmpty())
         return -1;
-    const std::wstring path = program.toStdWString();
-    // CreateProcess() gets the line itself: splitting it and joining it again could change its quotes.
-    std::wstring line = commandLine.toStdWString();
-    return run(
-        [&](QProcess &process) {
-            process.setCreateProcessArgumentsModifier([&](QProcess::CreateProcessArguments *created) {
-                created->flags |= CREATE_NO_WINDOW;
-                // Without it, the current folder would be searched before the system's.
-                created->applicationName = path.c_str();
-                created->arguments = line.data();
-            });
-            process.setWorkingDirectory(folder);
-            process.setProcessEnvironment(systemEnvironment(folder));
-            process.start(program, QStringList());
-        },
-        *output);
+    QProcess process;
+    process.setWorkingDirectory(folder);
+    process.setProcessEnvironment(systemEnvironment(folder));
+    return run(process, program, {}, commandLine.toStdWString(), *output);
 }

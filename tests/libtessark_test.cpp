@@ -1,119 +1,141 @@
-/// tessark.dll by itself, with real processes: this program starts itself as the child that answers.
+/// Tests tessark.dll with real processes. The child is this program again or, since executeSync() hands on a PATH
+/// without Qt, cmd with its built-in commands.
 #include "libtessark.h"
 
+#include <QCoreApplication>
+#include <QDir>
+#include <QTemporaryDir>
 #include <QThread>
-#include <QVector>
 
 #include <windows.h>
 
-#include <atomic>
 #include <cstdio>
-
-using namespace libtessark;
 
 namespace
 {
 
-std::atomic_int failures{0};
+int failures = 0;
 
-void verify(bool holds, const char *what)
+void compare(const QString &what, const QString &actual, const QString &expected)
 {
-    std::printf("%s: %s\n", holds ? "PASS" : "FAIL", what);
-    failures += holds ? 0 : 1;
+    if (actual == expected)
+        return;
+    std::printf("FAIL: %s\n    actual:   %.300s\n    expected: %.300s\n", qPrintable(what), qPrintable(actual),
+                qPrintable(expected));
+    ++failures;
 }
 
-/// Writes each argument behind the first in brackets, and gives the first as exit code.
+/// Writes each argument after the first in brackets, in the code page of console tools, and returns the first.
 int child(const QList<QByteArray> &arguments)
 {
-    for (const QByteArray &argument : arguments.mid(1))
+    for (QByteArray argument : arguments.mid(1)) {
+        CharToOemA(argument.data(), argument.data());
         std::printf("[%s]", argument.constData());
-    if (arguments.contains("place")) {
-        wchar_t folder[MAX_PATH];
-        GetCurrentDirectoryW(MAX_PATH, folder);
-        std::printf("%ls", folder);
-        for (const char *name : {"PATH", "NoDefaultCurrentDirectoryInExePath", "KEPT"})
-            std::printf(" %s", qgetenv(name).constData());
     }
-    if (arguments.contains("sleep"))
-        Sleep(31000);
+    std::fflush(stdout);
     if (arguments.contains("input"))
         std::fprintf(stderr, "%d", std::getchar());
-    if (arguments.contains("flood"))
-        std::printf("%s", QByteArray(1024 * 1024, 'x').constData());
-    if (arguments.contains("crash"))
-        TerminateProcess(GetCurrentProcess(), 0xC0000005);
+    if (arguments.contains("sleep"))
+        Sleep(31000);
     return arguments[0].toInt();
 }
 
-/// A tool may take its time. This one takes it while the rest is tested.
-struct Patient : QThread {
-    explicit Patient(const QString &program) : m_program(program) {}
+/// Returns the exit code, "restart" if one is needed, and the output.
+QString execute(const QString &program, const QStringList &arguments, bool oneMeansRestart = true)
+{
+    QString output = "old";
+    bool restart = !oneMeansRestart;
+    const int exitCode = libtessark::utils::execute(program, arguments, output, oneMeansRestart, &restart);
+    return QString::number(exitCode) + (restart ? " restart " : " ") + output;
+}
+
+/// Returns the exit code and the output.
+QString executeSync(const QString &line)
+{
+    QByteArray output = "old";
+    const int exitCode = libtessark::utils::executeSync(line, &output, nullptr);
+    return QString::number(exitCode) + " " + output;
+}
+
+/// Records the error modes that this process has while it runs. A child inherits the mode of its start from Windows,
+/// but not from Wine, so it cannot report it everywhere.
+struct Watcher : QThread {
     void run() override
     {
-        QString output;
-        verify(utils::execute(m_program, {"0", "sleep"}, output, true, nullptr) == 0, "a tool of 31 seconds");
+        for (; !isInterruptionRequested(); modes.removeDuplicates())
+            modes << QString::number(GetErrorMode(), 16);
     }
-
-private:
-    const QString m_program;
+    QStringList modes;
 };
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    QList<QByteArray> arguments;
-    for (int i = 1; i < argc; ++i)
-        arguments << argv[i];
-    if (!arguments.isEmpty())
-        return child(arguments);
+    if (argc > 1)
+        return child(QList<QByteArray>(argv + 1, argv + argc));
+    const QString self = QCoreApplication(argc, argv).applicationFilePath();
+    SetErrorMode(0);
+    Watcher watcher;
+    watcher.start();
 
-    wchar_t path[MAX_PATH];
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    const QString self = QString::fromWCharArray(path);
-    const QStringList words{"0", "a b", "\"", "say \"x\"", "C:\\dir\\", "C:\\d r\\", "", "%PATH%", "'"};
-    QString output = "old";
-    QByteArray bytes = "old";
-    Patient patient(self);
-    patient.start();
-    const auto execute = [&](const QStringList &list) { return utils::execute(self, list, output, true, nullptr); };
-    verify(execute(words) == 0 && output == "[" + words.mid(1).join("][") + "]", "arguments arrive as they are");
-    verify(execute({"70000"}) == 70000 && output.isEmpty(), "an exit code above 255, and no output");
-    verify(execute({"0", "input"}) == 0 && output == "[input]-1", "empty input, standard error");
-    verify(execute({"3", "flood"}) == 3 && output.size() == 7 + 1024 * 1024, "1 MB of output");
-    verify(execute({"0", "crash"}) != 0, "a crash is a failure");
-    verify((execute({"0", QString::fromUtf8("ä")}) == 0 && GetACP() == GetOEMCP()) ||
-               (output != QString::fromUtf8("[ä]") && output.size() == 3),
-           "the output is decoded from the OEM code page, not the ANSI one");
-    verify(utils::execute("C:\\no such tool.exe", {}, output, true, nullptr) != 0 && output.isEmpty(),
-           "a missing program is a failure");
+    // As far as the system's code page contains it.
+    const QString umlaut = QString::fromLocal8Bit(QString("ä").toLocal8Bit());
+    const QStringList words{"0", "a b", "\"", "say \"x\"", "C:\\dir\\", "C:\\d r\\", "", "%PATH%", "'", umlaut};
+    compare("arguments, and output in the OEM code page", execute(self, words), "0 [" + words.mid(1).join("][") + "]");
+    compare("an exit code above 255, no output", execute(self, {"70000"}), "70000 ");
+    compare("empty input, standard error", execute(self, {"0", "input"}), "0 [input]-1");
+    compare("30 kB of output", execute(self, {"3", QString(30000, 'x')}), "3 [" + QString(30000, 'x') + "]");
+    compare("the exit code of a crash", execute(self, {"-1073741819"}), "-1073741819 ");
+    SetErrorMode(SEM_NOGPFAULTERRORBOX);
+    compare("1 is a restart that is needed", execute(self, {"1"}), "0 restart ");
+    compare("1 is a failure", execute(self, {"1"}, false), "1 ");
+    compare("2 is a failure", execute(self, {"2"}), "2 ");
+    // Ended here, since Qt's functions for files change the mode too.
+    watcher.requestInterruption();
+    watcher.wait();
+    watcher.modes.sort();
+    compare("error modes", watcher.modes.join(' ') + "; " + QString::number(GetErrorMode(), 16), "0 2 8001 8003; 2");
 
-    bool restart = true;
-    verify(execute({"1"}) == 0 && utils::execute(self, {"1"}, output, true, &restart) == 0 && restart,
-           "1 is a restart that is needed");
-    verify(utils::execute(self, {"1"}, output, false, &restart) == 1 && !restart, "1 is a failure like any other");
-    verify(utils::execute(self, {"2"}, output, true, &restart) == 2 && !restart, "2 is a failure");
+    // Without the rule for paths, most of these would start, some from any folder or server.
+    const QTemporaryDir folder(QDir::tempPath() + "/ä XXXXXX");
+    const QString drive = folder.path().left(2);
+    const QString program = folder.path().mid(2) + "/cmd.exe";
+    QFile::copy(self, drive + program);
+    QFile::copy(self, folder.filePath("a.bat"));
+    QDir::setCurrent(folder.path());
+    for (const QString &refused :
+         {QString("libtessark_test.exe"), QString("cmd.exe"), drive + "cmd.exe", program, "//?/" + drive + program,
+          "\\\\.\\" + drive + program, folder.filePath("a.bat"), QString(), folder.filePath("none.exe")})
+        compare("not to be started: " + refused, execute(refused, {"0"}), "-1 ");
+    for (const QString &started : {drive + program, drive.toLower() + QDir::toNativeSeparators(program),
+                                   drive + "//no folder/.." + program.toUpper()})
+        compare("to be started: " + started, execute(started, {"0"}), "0 ");
 
-    const QString line = "cmd /c \"\"" + self + "\" 5  \"a  b\"  c\"d e\"\" ";
-    verify(utils::executeSync(line, &bytes, nullptr) == 5 && bytes == "[a  b][cd e]", "a line as written");
-    verify(utils::executeSync("cmd /c exit 9 ", &bytes, nullptr) == 9 && bytes.isEmpty(), "cmd, and no output");
+    // The cmd.exe in the current folder, a copy of this program, is not the one to run.
+    compare("a line as written", executeSync(R"(cmd /c echo "a  b"  c"d e" &exit 5)"), "5 \"a  b\"  c\"d e\" \r\n");
+    for (const QString &line : {QString("no-such-tool /x"), "\"" + self + "\" 0", self + " 0", QString()})
+        compare("no program of the system folder: " + line, executeSync(line), "-1 ");
     qputenv("KEPT", "on");
-    verify(utils::executeSync("cmd.exe /c \"\"" + self + "\" 0 place\"", &bytes, nullptr) == 0 &&
-               bytes.toLower().replace(qgetenv("SystemRoot").toLower(), "%") ==
-                   "[place]%\\system32 %\\system32;%;%\\system32\\wbem;%\\system32\\windowspowershell\\v1.0 1 on",
-           "the system's folders alone, and the rest of the environment");
-    for (const QString &name : {QString("no-such-tool /x"), "\"" + self + "\" 0", self + " 0", QString()})
-        verify(utils::executeSync(name, &bytes, nullptr) != 0 && bytes.isEmpty(), "no program of the system folder");
+    QString environment =
+        executeSync("cmd.exe /c cd&echo %PATH% %PATHEXT% %PSModulePath% %NoDefaultCurrentDirectoryInExePath% %KEPT%");
+    environment.replace(qEnvironmentVariable("SystemRoot"), "%", Qt::CaseInsensitive);
+    compare("search paths of the system, and the rest of the environment", environment.toLower(),
+            "0 %\\system32\r\n%\\system32;%;%\\system32\\wbem;%\\system32\\windowspowershell\\v1.0 .com;.exe "
+            "%\\system32\\windowspowershell\\v1.0\\modules 1 on\r\n");
+    QDir::setCurrent(QDir::rootPath());
 
     int major = -1;
     int minor = -1;
-    verify(utils::winVersion(&major, &minor) == 0 && major >= 6 && minor >= 0, "version");
-    // Each kind of the package is tested on a system of its own kind.
-    verify(utils::win64Sys() == (sizeof(void *) == 8), "bitness");
-    verify(getCommonLogDir("") == getCommonLogDir("") && getCommonLogDir("").endsWith("/HalvaneRelayKit/log") &&
-               getCommonLogDir("x") == getCommonLogDir("") + "/x",
-           "log folder");
-    patient.wait();
-    std::printf("%d failed\n", failures.load());
+    compare("the version is known", QString::number(libtessark::utils::winVersion(&major, &minor)), "0");
+    compare("version", QString("%1.%2").arg(major).arg(minor), QSysInfo::kernelVersion().section('.', 0, 1));
+    // The package for each architecture is tested on a system of the same one.
+    compare("bitness", libtessark::utils::win64Sys() ? "64" : "32", QString::number(QSysInfo::WordSize));
+    compare("log folder", libtessark::getCommonLogDir(""),
+            qEnvironmentVariable("ProgramData") + "/HalvaneRelayKit/log");
+    compare("a folder in it", libtessark::getCommonLogDir("x"), libtessark::getCommonLogDir("") + "/x");
+
+    compare("a tool of 31 seconds", execute(self, {"0", "sleep"}), "0 [sleep]");
+    std::printf("%d failed\n", failures);
     return failures == 0 ? 0 : 1;
 }
