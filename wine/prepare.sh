@@ -30,7 +30,9 @@ mkdir -p "$wine/decoys" "$tools/WindowsPowerShell/v1.0" "$wine/prefix/drive_c/Pr
 for decoy in cmd powershell netsh wmic; do cp "$built/fake_tool.exe" "$wine/decoys/$decoy.exe"; done
 cp --remove-destination "$built/fake_tool.exe" "$tools/netsh.exe"
 cp --remove-destination "$built/fake_tool.exe" "$tools/WindowsPowerShell/v1.0/powershell.exe"
-cp "$wine/package/Qt5Core.dll" "$built/fake_locator.dll" "$tools"
+cp "$built/fake_locator.dll" "$tools"
+# The fakes load Qt under this name.
+cp "$wine/package/Qt5Core.dll" "$tools/FakeQt5.dll"
 # Any user can create this file, and it must not silence the log.
 mkdir -p "$wine/prefix/drive_c/ProgramData/QtProject"
 printf '[Rules]\n*.debug=false\n' >"$wine/prefix/drive_c/ProgramData/QtProject/qtlogging.ini"
