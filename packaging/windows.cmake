@@ -2,6 +2,10 @@
 enable_language(RC)
 # Windows 7, since the default of some compilers is older.
 add_compile_definitions(_WIN32_WINNT=0x0601)
+if(MSVC)
+    # Qt 5.15's headers use stdext::checked_array_iterator, which is deprecated from Visual Studio 2022 17.8 on.
+    add_compile_definitions(_SILENCE_STDEXT_ARR_ITERS_DEPRECATION_WARNING)
+endif()
 
 add_library(tessark SHARED libtessark/libtessark.cpp)
 set_target_properties(tessark PROPERTIES PREFIX "")
