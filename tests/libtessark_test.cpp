@@ -1,6 +1,8 @@
-/// Tests tessark.dll with real processes. The child is this program again or, since executeSync() hands on a PATH
-/// without Qt, cmd with its built-in commands.
+/// Tests tessark.dll with real processes, and that the program's WMI query succeeds again and again in one process that
+/// has used the library: CoInitializeSecurity() fails as long as anything else holds COM. The child process is this
+/// program again or, since executeSync() hands on a PATH without Qt, cmd with its built-in commands.
 #include "libtessark.h"
+#include "tap.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -10,6 +12,8 @@
 #include <windows.h>
 
 #include <cstdio>
+
+QString ARCH; // Used by tap.cpp, and otherwise defined in main.cpp.
 
 namespace
 {
@@ -74,6 +78,9 @@ int main(int argc, char **argv)
 {
     if (argc > 1)
         return child(QList<QByteArray>(argv + 1, argv + argc));
+    // They show the log statements of a query that fails.
+    qputenv("QT_FORCE_STDERR_LOGGING", "1");
+    qputenv("QT_LOGGING_RULES", "*.debug=true");
     const QString self = QCoreApplication(argc, argv).applicationFilePath();
     SetErrorMode(0);
     Watcher watcher;
@@ -131,10 +138,12 @@ int main(int argc, char **argv)
     compare("version", QString("%1.%2").arg(major).arg(minor), QSysInfo::kernelVersion().section('.', 0, 1));
     // The package for each architecture is tested on a system of the same one.
     compare("bitness", libtessark::utils::win64Sys() ? "64" : "32", QString::number(QSysInfo::WordSize));
-    compare("log folder", libtessark::getCommonLogDir(""),
-            qEnvironmentVariable("ProgramData") + "/HalvaneRelayKit/log");
+    compare("log folder", libtessark::getCommonLogDir(""), qgetenv("ProgramData") + "/HalvaneRelayKit/log");
     compare("a folder in it", libtessark::getCommonLogDir("x"), libtessark::getCommonLogDir("") + "/x");
 
+    ZELK::InterfaceMap interfaces;
+    for (const char *query : {"first WMI query", "second WMI query", "third WMI query"})
+        compare(query, QString::number(ZELK::readInterfacesProgrammatically(interfaces)), "0");
     compare("a tool of 31 seconds", execute(self, {"0", "sleep"}), "0 [sleep]");
     std::printf("%d failed\n", failures);
     return failures == 0 ? 0 : 1;
