@@ -5,8 +5,9 @@ source "$(dirname "${BASH_SOURCE[0]}")/../scripts/common.sh"
 wine=$root/build/wine/win32
 mkdir -p "$wine"
 
-# unpack FOLDER: unpacks wine32 and what it depends on. As no maintainer script runs, this needs neither root nor a user
-# namespace. Like the machine's own /lib, the one in the folder is a link to usr/lib.
+# unpack FOLDER: unpacks wine32, what it depends on, and libc-bin, whose locale C.UTF-8 Wine needs for file names. As no
+# maintainer script runs, this needs neither root nor a user namespace. Like the machine's own /lib, the one in the folder
+# is a link to usr/lib.
 unpack() {
     local release archive dlls
     release=$(. /etc/os-release && echo "${VERSION_CODENAME-}")
@@ -15,7 +16,7 @@ unpack() {
         'Origin: Debian' 'Label: Debian' 'Component: main' "Codename: $release" | sed -n 1p)
     [[ -n $archive ]] || { echo "E: apt has no package lists of Debian $release" && return 1; }
     # shellcheck disable=SC2016 # mmdebstrap's shell replaces the argument.
-    mmdebstrap --mode=chrootless --variant=extract --architectures=i386 --include=wine32 \
+    mmdebstrap --mode=chrootless --variant=extract --architectures=i386 --include=wine32,libc-bin \
         --setup-hook='mkdir -p "$1/usr/lib" && ln -s usr/lib "$1/lib"' "$release" "$1" "$archive" || return
     # This much of libwine's maintainer script is needed: zlib's DLL becomes a part of Wine, by the mark in its header.
     dlls=$1/usr/lib/i386-linux-gnu/wine/i386-windows
