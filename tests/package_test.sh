@@ -38,7 +38,7 @@ resource() {
     "$target-strings" -el "$1" | paste -sd' ' |
         grep " FileVersion $version InternalName ${1%.*} OriginalFilename $1 " >/dev/null || wrong "$1: version resource"
     LC_ALL=C grep -qaP "(?s)\xbd\x04\xef\xfe.{32}$2" "$1" || wrong "$1: the version resource has the wrong file type"
-    [[ $(grep -ac 'level="asInvoker"' "$1") == "$3" ]] || wrong "$1: not $3 manifest that asks for asInvoker"
+    [[ $(grep -ac 'level="asInvoker"' "$1") == "$3" ]] || wrong "$1: expected $3 manifests with asInvoker"
 }
 resource Mordwell.exe '\x01' 1
 resource tessark.dll '\x02' 0

@@ -14,7 +14,7 @@ unpack() {
     # shellcheck disable=SC2016 # apt replaces these placeholders.
     archive=$(apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' \
         'Origin: Debian' 'Label: Debian' 'Component: main' "Codename: $release" | sed -n 1p)
-    [[ -n $archive ]] || { echo "E: apt has no package lists of Debian $release" && return 1; }
+    [[ -n $archive ]] || { echo "apt has no package lists of Debian $release" && return 1; }
     # shellcheck disable=SC2016 # mmdebstrap's shell replaces the argument.
     mmdebstrap --mode=chrootless --variant=extract --architectures=i386 --include=wine32,libc-bin \
         --setup-hook='mkdir -p "$1/usr/lib" && ln -s usr/lib "$1/lib"' "$release" "$1" "$archive" || return
@@ -29,7 +29,8 @@ if [[ ! -d $wine/root ]]; then
     say "unpacking 32-bit Wine (0.7 GB, some 20 seconds)"
     rm -rf "$wine/root.new"
     output=$(unpack "$wine/root.new" 2>&1) || {
-        grep -m 1 '^E: ' <<<"$output" || tail -n 1 <<<"$output"
+        reason=$(grep -m 1 '^E: ' <<<"$output" || tail -n 1 <<<"$output")
+        echo "${reason#E: }"
         exit 1
     }
     mv "$wine/root.new" "$wine/root"
