@@ -9,7 +9,8 @@ say() { printf '== %s\n' "$*" >&2; }
 fail() { say "failed: $*"; exit 1; }
 # Characters that CMake, Ninja's dependency files or a library path cannot contain.
 unusable=$';#"\'&$`\\|<>*^:\n\t'
-[[ $root != *["$unusable"]* ]] || fail "the path of the checkout contains a line feed, a tab or one of ${unusable::-2}: $root"
+[[ $root != *["$unusable"]* ]] ||
+    fail "the path of the checkout contains a line feed, a tab or one of ${unusable::-2}: $root"
 
 # Debian's packages, by purpose.
 declare -A packages=(

@@ -11,13 +11,13 @@ list() {
 mapfile -t code < <(list '*.cpp' '*.h')
 quietly "checking with clang-format" clang-format --dry-run -Werror "${code[@]}"
 
-# tidy FOLDER: checks the files named on standard input, with the compiler's options from the compilation database in the
-# folder. clang-tidy's counts of the warnings in system headers are left out.
+# tidy FOLDER: checks the files named on standard input, with the compiler's options from the compilation database in
+# the folder. clang-tidy's counts of the warnings in system headers are left out.
 tidy() {
     xargs -d '\n' -r -P "$(nproc)" -n 1 clang-tidy --quiet -p "$1" 2>&1 | sed '/^[0-9].* generated\.$/d'
 }
-# What the native build does not compile is for Windows alone. It is checked with mingw-w64's headers and with the native
-# Qt's, which adapt to the target. clang needs its own headers instead of those of the gcc.
+# What the native build does not compile is for Windows alone. It is checked with mingw-w64's headers and with those of
+# the native Qt, which adapt to the target. gcc's own headers are left out, because clang has its own.
 windows_options() {
     local target=x86_64-w64-mingw32
     printf '%s\n' "--target=$target" -std=c++17 -nostdinc++ -D_WIN32_WINNT=0x0601 -Dtessark_EXPORTS \

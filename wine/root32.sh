@@ -5,9 +5,9 @@ source "$(dirname "${BASH_SOURCE[0]}")/../scripts/common.sh"
 wine=$root/build/wine/win32
 mkdir -p "$wine"
 
-# unpack FOLDER: unpacks wine32, what it depends on, and libc-bin, whose locale C.UTF-8 Wine needs for file names. As no
-# maintainer script runs, this needs neither root nor a user namespace. Like the machine's own /lib, the one in the folder
-# is a link to usr/lib.
+# unpack FOLDER: unpacks wine32 with what it depends on, and libc-bin, whose locale C.UTF-8 Wine needs for names beyond
+# ASCII. As no maintainer script runs, this needs neither root nor a user namespace. Like the machine's own /lib, the one
+# in the folder is a link to usr/lib.
 unpack() {
     local release archive dlls
     release=$(. /etc/os-release && echo "${VERSION_CODENAME-}")
