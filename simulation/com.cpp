@@ -45,13 +45,13 @@ void CoUninitialize()
 
 BSTR SysAllocString(const OLECHAR *text)
 {
-    comCall(*wmiHost, "SysAllocString", {text});
+    comCall(*wmiHost, "SysAllocString", {});
     return wcsdup(text);
 }
 
 void SysFreeString(BSTR text)
 {
-    comCall(*wmiHost, "SysFreeString", {text});
+    comCall(*wmiHost, "SysFreeString", {});
     free(text);
 }
 

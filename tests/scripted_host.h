@@ -1,160 +1,62 @@
+/// The fake host of the unit tests. It implements libtessark's functions and Sleep(), and answers as a script says.
 #pragma once
 
-#include "libtessark.h"
 #include "wmi.h"
 
-#include <windows.h>
-
 #include <QDateTime>
-#include <QDebug>
-#include <QFile>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 
-/// A host that gives prepared answers and logs what it is asked for, with the answer, between the statements of the
-/// program. Time stands still.
-struct ScriptedHost : WmiHost {
-    QStringList answers; ///< To the calls, in their order, as roads.txt writes them; "0" when none is left.
-    bool journalCom = false;
-    QMap<QString, HRESULT> comResults; ///< By COM function; with the rows, for a journal of COM.
-    QVector<WmiRow> rows;
-    QString scratch; ///< The file that a command wrote last.
-    int version = 0; ///< What winVersion() gives.
-    int major = 10;
-    QTemporaryDir folder;
-    QString logFolder = folder.filePath("log");
-    QStringList journal; ///< What was logged.
-    const QDateTime began = QDateTime::currentDateTime();
-
-    static void record(const QString &call) { qDebug().noquote() << call; }
-
-    QString answered(const QString &call)
-    {
-        const QString answer = answers.isEmpty() ? "0" : answers.takeFirst();
-        record(call + " -> " + answer);
-        return answer;
-    }
-
-    /// What a command writes.
-    static QString output(const QString &answer)
-    {
-        QString text = answer.section(' ', 1);
-        text.replace("\\r", "\r").replace("\\n", "\n").replace("\\t", "\t").replace("\\uFEFF", QChar(0xfeff));
-        return text;
-    }
-
-    int runTool(const QString &program, const QStringList &arguments, QString &text)
-    {
-        const QString answer = answered(program + " [" + arguments.join("] [") + "]");
-        text = output(answer);
-        return answer.section(' ', 0, 0).toInt();
-    }
-
-    int runCommandLine(const QString &commandLine, QByteArray &bytes)
-    {
-        const QString target = QRegularExpression("> \"([^\"]+)\"").match(commandLine).captured(1);
-        QFile file(target);
-        if (file.exists() && target != scratch)
-            record("The scratch file is there before a command has run");
-        scratch = target;
-        const QString answer =
-            answered(target.isEmpty() ? commandLine : QString(commandLine).replace(target, "SCRATCH"));
-        const QString text = output(answer);
-        if (target.isEmpty())
-            bytes += text.toLatin1();
-        else if (answer.contains(' ') && file.open(QIODevice::WriteOnly))
-            file.write(reinterpret_cast<const char *>(text.utf16()), text.size() * 2);
-        return answer.section(' ', 0, 0).toInt();
-    }
-
-    HRESULT comCall(const QString &function, const QString &arguments) override
-    {
-        if (journalCom) {
-            record(function + "(" + arguments + ")");
-            return comResults.value(function);
-        }
-        if (function == "CoInitializeEx") {
-            rows.clear();
-            const QString answer = answered("read");
-            for (const QString &row : answer.split(", ").filter("="))
-                rows.append({{"NetConnectionID", {0, VT_BSTR, row.section('=', 0, 0)}},
-                             {"PNPDeviceID", {0, VT_BSTR, row.section('=', 1)}}});
-            comResults["CoInitializeSecurity"] = answer == "fails" ? -2147417831 : 0;
-        }
-        return comResults.value(function);
-    }
-
-    QVector<WmiRow> wmiRows() override { return rows; }
-    int winVersion(int *majorOut, int *minorOut)
-    {
-        *majorOut = major;
-        *minorOut = 3;
-        return version;
-    }
-    QString commonLogDir(const QString &subdir)
-    {
-        record("getCommonLogDir");
-        return logFolder + subdir;
-    }
-    void sleep(unsigned milliseconds)
-    {
-        const QFile log(logFolder + "/tap-log.txt");
-        record(QString("Sleep %1").arg(milliseconds) + (log.exists() && log.size() == 0 ? ", nothing flushed" : ""));
-    }
+/// What a call returns: a tool's exit code and output, or the result of another call. If the output is null, a command
+/// that is redirected creates no file.
+struct Answer {
+    int result = 0;
+    QString output = {};
 };
 
-/// The host of the test that runs.
-ScriptedHost *scripted = nullptr;
+/// Names and ids of the interfaces that the WMI query finds. A null QString is NULL, as with the name of a hidden
+/// adapter.
+using Rows = QVector<QPair<QString, QString>>;
 
-QString libtessark::getCommonLogDir(QString subdir)
-{
-    return scripted->commonLogDir(subdir);
-}
+/// An expected line of the journal. A call has an answer, the WMI query also has rows.
+struct Line {
+    QString text;
+    Answer answer = {};
+    Rows rows = {};
+};
+Q_DECLARE_METATYPE(Line)
 
-bool libtessark::utils::win64Sys()
-{
-    return true;
-}
+/// A part of a script, or all of it. Steps add up with `+` and repeat with `10 * step`.
+using Step = QVector<Line>;
+Step operator*(int count, const Step &step);
 
-int libtessark::utils::winVersion(int *major, int *minor)
-{
-    return scripted->winVersion(major, minor);
-}
+/// Keeps a journal of the calls that the program makes and of the lines that it logs, in their order. Each host has its
+/// own temporary folder, which is the current folder and contains the log. There is one host at a time.
+struct ScriptedHost : WmiHost {
+    explicit ScriptedHost(const Step &expected = {});
+    ~ScriptedHost() override;
 
-int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output,
-                               bool oneMeansRestart, bool *)
-{
-    const int exitCode = scripted->runTool(program, arguments, output);
-    return oneMeansRestart && exitCode == 1 ? 0 : exitCode;
-}
+    /// Runs main() with these words on the command line. The journal ends with the exit code and with what should not
+    /// have been left behind.
+    void run(QList<QByteArray> words);
 
-int libtessark::utils::executeSync(const QString &commandLine, QByteArray *output, QByteArray *)
-{
-    return scripted->runCommandLine(commandLine, *output);
-}
+    /// Describes the first difference between the script and the journal, with three lines of context. Returns an
+    /// empty text if there is none.
+    QByteArray difference() const;
 
-void Sleep(DWORD milliseconds)
-{
-    scripted->sleep(milliseconds);
-}
+    /// Adds a call to the journal, after the lines that the log file contains by now.
+    void record(const QString &call);
 
-/// A line of the log without date, thread, package, file and source line. One that is not as it should be stays whole.
-QString shortened(const QString &line)
-{
-    static const QRegularExpression form(R"(^([^[]+) \[0x[1-9a-f][0-9a-f]*\] (\[\w+\]) \[Halvane Relay Kit:\.\\)"
-                                         R"((main:(?=main)|tap:(?=ZELK::))([\w:]+\(\):)(\d+)\] )");
-    // No two statements share a source line, so each line has one level.
-    static QMap<QString, QString> levels;
-    const auto match = form.match(line);
-    QString &level = levels[match.captured(3) + match.captured(5)];
-    if (level.isEmpty())
-        level = match.captured(2);
-    // The date is as the system's language writes it.
-    bool dated = false;
-    for (auto time = QDateTime::currentDateTime(); time > scripted->began.addSecs(-1); time = time.addSecs(-1))
-        dated |= time.toString() == match.captured(1);
-    const QString message = line.mid(match.capturedEnd());
-    return dated && level == match.captured(2)
-               ? level + ' ' + match.captured(4) + (message.isEmpty() ? "" : ' ' + message)
-               : line;
-}
+    /// Records a call and returns its line of the script. Stops the run if the script has another line there.
+    Line answer(const QString &call);
+
+    HRESULT comCall(const QString &function, const QString &arguments) override;
+    QVector<WmiRow> wmiRows() override;
+
+    Step script;
+    QStringList journal;
+    int majorVersion = 10;
+    Line query;         ///< The last WMI query.
+    qint64 logSize = 0; ///< How much of the log is in the journal.
+    const QTemporaryDir folder;
+    const QDateTime began = QDateTime::currentDateTime();
+};

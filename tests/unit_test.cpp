@@ -1,298 +1,339 @@
-// The program's functions against a host that follows a script; tells what it asks for, and what it logs, by a journal:
-// a list of both in their order, a line each. A new road is a line at the end of roads.txt, where the words that it is
-// told in stand too; nothing is to be done here. One is run alone by its title, after ./test has built it:
-//     build/default/tests/unit_test 'roads:fastest'
+// The program's functions against a host that answers as a script says. scenarios_data() is the table of the scenarios,
+// steps.h contains the steps they consist of, scripted_host.h the host. Run one scenario after ./test has built it:
+//     build/default/tests/unit_test 'scenarios:fastest'
+// To add one, add a row to the table. A new call or log line gets a step in steps.h.
+#include "libtessark.h"
 #include "main.h"
-#include "scripted_host.h"
+#include "steps.h"
 #include "tap.h"
 
 #include <QDir>
-#include <QLoggingCategory>
-#include <QScopedPointer>
+#include <QRegularExpression>
 #include <QTest>
-#include <QTextCodec>
 
 using ZELK::InterfaceMap;
-
-int mordwellMain(int argc, char **argv);
 
 class UnitTest : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void roads_data();
-    void roads();
+    void scenarios_data();
+    void scenarios();
     void usage();
     void names();
-    void unwritableLog();
-    void wmiFailure();
-    void wmiRows();
+    void failingQuery();
+    void rows();
     void paths();
-
-private:
-    QScopedPointer<ScriptedHost> m_host;
 };
+
+void UnitTest::scenarios_data()
+{
+    QTest::addColumn<QByteArrayList>("words");
+    QTest::addColumn<Step>("script");
+    QTest::addColumn<QString>("file");
+    // Unless stated otherwise, the machine has wmic.
+    const auto scenario = [](const QByteArray &title, const QByteArrayList &words, const Step &script,
+                             const QString &file = R"(C:\Windows\System32\wbem\WMIC.exe)") {
+        QTest::newRow(title) << words << script << file;
+    };
+    const QString withoutWmic = "other";
+    const QString hidden;
+
+    scenario("log cannot be opened", {"create"}, 2 * call("getCommonLogDir()") + bad, "log");
+    scenario("two words", {"list", "x"}, none + driver("create", {3}) + fails("create") + fails("check") + bad);
+    scenario("no word", {}, update({{kit, "1"}}, {{kit, "1"}}) + present);
+    scenario("list", {"list"}, started("list") + inventory({{"A", "1"}, {hidden, "2"}, {"B", hidden}}) + good);
+
+    for (const QString word : {"create", "update", "remove", "removeAll"}) {
+        const QString name = word == "removeAll" ? "remove" : word;
+        const auto driverScenario = [&](const char *title, const Answer &answer, const Step &end) {
+            scenario((word + title).toLatin1(), {word.toLatin1()}, started(word) + driver(name, answer) + end);
+        };
+        driverScenario("", {0, "two\r\nlines é\""}, output(name, R"(two\r\nlines é\")") + good);
+        driverScenario(", restart needed", {1, "done"}, output(name, "done") + good);
+        driverScenario(" fails", {2, "lost"}, fails(name) + bad);
+    }
+    scenario("version unknown", {"create"},
+             started("create") + logged("trace", "Tap::create") + call("winVersion", {-1}) + fails("pathDriver") +
+                 devcon("[install] [] [tap0901]", {}) + output("create", "") + good);
+
+    const auto removal = [&](const char *title, const Rows &rows, const Step &end) {
+        scenario(title, {"removeInterface"}, started("removeInterface") + inventory(rows) + end + good);
+    };
+    const Step notRemoved = fails("removeInterface") + logged("debug", "main");
+    removal("removes the one interface", {{"A", "1"}, {kit, "7"}}, devcon("[remove] [@7]", {0, "gone"}));
+    removal("removes an interface without id", {{kit, ""}}, devcon("[remove] [@]", {}));
+    removal("removes an interface, restart needed", {{kit, "7"}}, devcon("[remove] [@7]", {1, "gone"}));
+    removal("removal fails", {{kit, "8"}}, devcon("[remove] [@8]", {2, "lost"}) + notRemoved);
+    removal("removes no name in other case", {{"halvanerelaykit", "7"}}, notRemoved);
+    removal("removes no hidden adapter", {{hidden, "1"}, {kit, hidden}}, notRemoved);
+
+    for (const QString word : {"enable", "disable"}) {
+        const auto toggleScenario = [&](const char *title, const Answers &answers, const Step &end) {
+            scenario((word + title).toLatin1(), {word.toLatin1()}, started(word) + toggleTries(word, answers) + end);
+        };
+        toggleScenario("", {{0, "\"\\\tä"}}, output(word, R"(\"\\\t\xE4)") + good);
+        toggleScenario(" by netsh", {{-1, "lost"}, {0, "ok"}}, output(word, "lostok") + good);
+        toggleScenario(" fails", {{1, "lost"}, {-1, "lost"}}, fails(word) + bad);
+    }
+
+    const Step list = started("list") + noInventory;
+    const QString a = "Name Id\r\nA 1\r\n";
+    scenario("wmic fails", {"list"}, list + wmic({1}) + powershell({0, a}) + found({{"A", "1"}}) + good);
+    scenario("powershell", {"list"}, list + powershell({0, a}) + found({{"A", "1"}}) + good, withoutWmic);
+    scenario("powershell fails", {"list"}, list + powershell({-1}) + wmic({0, a}) + found({{"A", "1"}}) + good,
+             withoutWmic);
+    scenario("wmic and powershell fail", {"list"},
+             list + wmic({1}) + powershell({2, "lost"}) + fails("readInterfaces") + good +
+                 call("a scratch file is left"));
+    const auto parsed = [&](const char *title, const QString &text, const Rows &rows) {
+        scenario(title, {"list"}, list + wmic({0, text}) + found(rows) + good);
+    };
+    parsed("wmic", "Name Id\r\nTap 1  ROOT\\0  \r\n", {{"Tap 1", R"(ROOT\\0)"}});
+    parsed("no scratch file", {}, {});
+    parsed("heading alone", "Name Id\r\n", {});
+    parsed("no heading", "\r\nA 1\r\n", {});
+    parsed("no heading, three rows", "\r\n\r\nA 1\r\nB 2\r\nC 3\r\n\r\n", {{"B", "2"}, {"C", "3"}});
+    parsed("no name, white space alone", "Name Id\n\n1\r\n  \r\nA 2", {{"A", "2"}});
+    const QString names = "Name Id\r\n%1 1\r\nhalvanerelaykit 2\r\n%1 3\r\nHALVANERELAYKIT 4\r\n";
+    scenario("name twice and in other case", {"removeInterface"},
+             started("removeInterface") + noInventory + wmic({0, names.arg(kit)}) +
+                 found({{kit, "1"}, {"halvanerelaykit", "2"}, {kit, "3"}, {"HALVANERELAYKIT", "4"}}) +
+                 devcon("[remove] [@3]", {}) + good);
+    scenario("blanks in the name", {"check"},
+             checking(noInventory) + wmic({0, "Name Id\r\n Eth  ernet\t x   ID 4 \r\nHalvaneRelayKit 5"}) +
+                 found({{"Eth ernet x ID", "4"}, {kit, "5"}}) + updated + inventory({{"Y", "4"}}) +
+                 restored("Eth ernet x ID", "4", "Y") + present);
+    scenario("not ASCII", {"check"},
+             checking(inventory({{kit, "1"}})) + updated + noInventory + wmic({0, "\uFEFFName Id\r\nBü→ 1\r\n"}) +
+                 found({{"Bü→", "1"}}) + restored(kit, "1", "Bü→") + present);
+
+    const auto check = [&](const char *title, const Step &script) { scenario(title, {"check"}, script); };
+    const Rows own{{kit, "1"}};
+    const Step gaveUp = logged("ERROR", "Tap::check",
+                               "Failed to update tap driver, probably a newer version is already installed. "
+                               "Continuing...");
+    check("present", update({{kit, "1"}, {"B", "2"}}, {{kit, "1"}, {"B", "2"}}) + present);
+    check("update fails once", checking(inventory(own)) + updateFailed + waited + updated + inventory(own) + present);
+    check("update fails twice",
+          checking(inventory(own)) + updateFailed + waited + updateFailed + gaveUp + inventory(own) + present);
+    check("disable fails in the end", update(own, own) + noted("Tap interface already present") +
+                                          toggleTries("disable", {{2}, {-1}}) + fails("disable") + good);
+    check("names swapped", update({{"A", "1"}, {"B", "2"}, {kit, "3"}}, {{"A", "2"}, {"B", "1"}, {kit, "3"}}) +
+                               restored("B", "2", "A") + restored("A", "1", "B") + present);
+    check("rename fails", update({{"A", "1"}, {kit, "2"}}, {{"X", "1"}, {"Y", "2"}}) + nameLost("A", "1", "X") +
+                              renameFailed("X", "A") + fails("check") + bad);
+    check("name lost", update(own, {{"X", "1"}}) + restored(kit, "1", "X") + present);
+    check("gone after the update", update(own, {}) + present);
+    check("hidden after the update", update(own, {{hidden, "1"}}) + present);
+    check("id changed", update(own, {{"X", "2"}}) + present);
+    const Rows twice{{"A", "1"}, {"B", "1"}, {kit, "3"}};
+    check("id twice, first name", update(twice, {{"A", "1"}}) + restored("B", "1", "A") + present);
+    check("id twice, third name", update(twice, {{"C", "1"}}) + restored("A", "1", "C") + present);
+
+    const Rows x{{"X", "1"}};
+    const Rows a1{{"A", "1"}};
+    const Rows ab{{"A", "1"}, {"B", "2"}};
+    const Rows abx{{"A", "1"}, {"B", "2"}, {"X", "3"}};
+    const Step installed = none + created;
+    const Step reinstalled = update(a1, a1) + created;
+    const Step named = renamed("X", kit) + disabled;
+    const Step notNamed = fails("check") + bad;
+    const Step nothing = polled(0, 0, {}) + waited;
+    check("emptied by the update",
+          update(a1, {}) + created + confirmed(0, 1, a1, {"1"}) + renamed("A", kit) + disabled);
+    check("name only after the update", update({{"HALVANERELAYKIT", "1"}}, own) +
+                                            restored("HALVANERELAYKIT", "1", kit) + created +
+                                            confirmed(1, 2, {{kit, "1"}, {"X", "2"}}, {"2"}) + named);
+    check("fewer after the update",
+          update(ab, a1) + created + confirmed(1, 2, {{"A", "1"}, {"X", "3"}}, {"3"}) + named);
+    check("id twice in the baseline", update({{"A", "1"}, {"B", "1"}}, {{"A", "1"}, {"B", "1"}}) +
+                                          restored("B", "1", "A") + restored("A", "1", "B") + created +
+                                          confirmed(2, 3, {{"A", "1"}, {"B", "1"}, {"X", "2"}}, {"2"}) + named);
+    check("baseline after the update", update(a1, ab) + created + confirmed(2, 3, abx, {"3"}) + named);
+    check("WMI fails in between",
+          installed + noInventory + wmic({}) + found({}) + counts(0, 0) + waited + confirmed(0, 1, x, {"1"}) + named);
+    check("hidden at first", installed + polled(0, 0, {{hidden, "1"}}) + waited + confirmed(0, 1, x, {"1"}) + named);
+    check("fastest", installed + confirmed(0, 1, {{"X Y", "1"}}, {"1"}) + renamed("X Y", kit) + disabled);
+    check("final rename fails", installed + confirmed(0, 1, x, {"1"}) + renameFailed("X", kit) + noted("") + disabled);
+    check("confirmed in the last poll", installed + 8 * nothing + confirmed(0, 1, x, {"1"}) + named);
+    check("seen in the last poll only", installed + 9 * nothing + seen(0, 1, x, {"1"}) + waited + notNamed);
+    check("never seen", installed + 10 * nothing + notNamed);
+    check("two new ids", reinstalled + seen(1, 3, abx, {"2", "3"}) + notNamed);
+    check("known id, new name", reinstalled + seen(1, 2, {{"A", "1"}, {"X", "1"}}, {}) + notNamed);
+    check("new id twice", installed + confirmed(0, 2, {{"X", "1"}, {"Y", "1"}}, {"1"}) + named);
+    check("another id between", installed + seen(0, 1, x, {"1"}) + waited + seen(0, 1, {{"Y", "2"}}, {"2"}) + waited +
+                                    seen(0, 1, x, {"1"}) + waited + 7 * nothing + notNamed);
+    check("fewer between", update(ab, ab) + created + seen(2, 3, abx, {"3"}) + waited + polled(2, 1, a1) + waited +
+                               seen(2, 3, abx, {"3"}) + named);
+    check("replaced without a rise", reinstalled + 10 * (polled(1, 1, {{"X", "2"}}) + waited) + notNamed);
+    check("empty id", installed + 10 * (seen(0, 1, {{"X", ""}}, {""}) + waited) + notNamed);
+}
+
+void UnitTest::scenarios()
+{
+    QFETCH(QByteArrayList, words);
+    QFETCH(Step, script);
+    QFETCH(QString, file);
+    ScriptedHost host(script);
+    QVERIFY(QFile(file).open(QIODevice::WriteOnly));
+    host.run(words);
+    QVERIFY2(host.difference().isEmpty(), host.difference());
+}
+
+void UnitTest::usage()
+{
+    for (const char *word : {"help", "Create", "lis", ""}) {
+        ScriptedHost host(started(word) + good);
+        // Each run empties the log of the run before.
+        QDir().mkpath("log");
+        QFile log("log/tap-log.txt");
+        QVERIFY(log.open(QIODevice::WriteOnly) && log.write("the run before\n") && log.flush());
+        host.run({word});
+        const QString usage = host.journal.value(5);
+        host.journal.removeAll(usage);
+        QVERIFY2(host.difference().isEmpty(), host.difference());
+        QVERIFY2(QRegularExpression(R"(^\[debug\] main\(\): "([^\\]{67}\\r\\n){14}"$)").match(usage).hasMatch(),
+                 qPrintable(usage));
+        for (const QString command : {"help", "list", "update", "create", "enable", "disable", "check", "remove",
+                                      "removeAll", "removeInterface"})
+            QVERIFY2(usage.contains(QRegularExpression(" " + command + " ")), qPrintable(command));
+    }
+}
+
+/// The operations use the name that they get, in both tries.
+void UnitTest::names()
+{
+    const QString name = "Bü ro's \"%2\" %1";
+    ScriptedHost host(renameTries(name, "%1", {{1}, {}}) + output("rename", "") +
+                      toggleTries("enable", {{2}, {}}, name) + output("enable", "") +
+                      toggleTries("disable", {{3}, {}}, "") + output("disable", ""));
+    ZELK::Tap tap;
+    QCOMPARE(tap.rename(name, "%1"), 0);
+    QCOMPARE(tap.enable(name), 0);
+    QCOMPARE(tap.disable(""), 0);
+    QVERIFY2(host.difference().isEmpty(), host.difference());
+}
 
 namespace
 {
 
-QStringList tokens(const QString &text)
-{
-    static const QRegularExpression token(R"('([^']*)'|\S+)");
-    QStringList result;
-    for (auto each = token.globalMatch(text); each.hasNext();) {
-        const auto match = each.next();
-        result << match.captured(match.captured(1).isNull() ? 0 : 1);
+/// A host whose journal contains every COM call. Functions return what `results` contains, or 0.
+struct ComHost : ScriptedHost {
+    HRESULT comCall(const QString &function, const QString &arguments) override
+    {
+        journal << function + '(' + arguments + ')';
+        return results.value(function);
     }
-    return result;
+    QVector<WmiRow> wmiRows() override { return rows; }
+
+    QMap<QString, HRESULT> results;
+    QVector<WmiRow> rows;
+};
+
+Step lines(const QString &text)
+{
+    Step step;
+    for (const QString &line : text.split('\n', Qt::SkipEmptyParts))
+        step += Line{line};
+    return step;
 }
 
-/// The lines of a road: what each of its words stands for, with what stands behind the word in the places.
-QStringList expanded(QString road, const QMap<QString, QString> &words)
-{
-    road.replace(QRegularExpression("\\bkit\\b"), "HalvaneRelayKit");
-    road.replace(QRegularExpression("\\bKIT\\b"), "HALVANERELAYKIT");
-    static const QRegularExpression repeated(R"((\d+)\*\((.*?)\))");
-    for (auto match = repeated.match(road); match.hasMatch(); match = repeated.match(road))
-        road.replace(match.captured(0), (match.captured(2) + ' ').repeated(match.captured(1).toInt()));
-    QStringList left = tokens(road);
-    QStringList lines;
-    while (!left.isEmpty()) {
-        const QString word = left.takeFirst();
-        QString text = words.value(word, "No such word: " + word);
-        // What was read stands in one answer, and each of its rows is logged.
-        QStringList rows;
-        while (word == "read" && left.value(0).contains('='))
-            rows << left.takeFirst();
-        if (word == "read")
-            text.replace("%1", rows.join(", "));
-        for (auto row = rows.rbegin(); row != rows.rend(); ++row)
-            left = QStringList{"row", row->section('=', 0, 0), row->section('=', 1)} + left;
-        for (QString place = "%1"; text.contains(place); place[1] = QChar(place[1].unicode() + 1))
-            text.replace(place, left.isEmpty() ? "nothing" : left.takeFirst());
-        if (text.startsWith("= "))
-            left = tokens(text.mid(2)) + left;
-        else
-            lines << text.replace("\\r\\n\n", "\\r\\n").split('\n');
-    }
-    return lines;
-}
-
-/// Runs the program; gives its log and its end.
-QStringList runProgram(const QStringList &arguments)
-{
-    QList<QByteArray> words = arguments.join('\n').toLocal8Bit().split('\n');
-    char *argv[] = {words.first().data(), words.first().data(), words.last().data()};
-    QFile log(scripted->folder.filePath("log/tap-log.txt"));
-    if (QDir().mkpath("log") && log.open(QIODevice::WriteOnly))
-        log.write("the run before\n");
-    log.close();
-    const int exitCode = mordwellMain(1 + arguments.size(), argv);
-    QStringList lines;
-    if (log.open(QIODevice::ReadOnly)) {
-        for (const QString &line : QString(log.readAll()).split('\n'))
-            lines << shortened(line);
-    }
-    lines.last() += QString("exit code %1").arg(exitCode);
-    if (!QDir().entryList({"qt_temp*"}).isEmpty())
-        lines << "scratch file left";
-    return lines;
-}
+/// The calls of the good query until it reads rows.
+const Step goodQuery = lines(R"(
+CoInitializeEx(null, 0)
+CoInitializeSecurity(null, -1, null, null, 0, 3, null, 0, null)
+CoCreateInstance(4590f811, null, 1, dc12a687)
+SysAllocString()
+ConnectServer(ROOT\CIMV2, null, null, null, 0, null, null)
+SysFreeString()
+CoSetProxyBlanket(services, 10, 0, null, 3, 3, null, 0)
+SysAllocString()
+SysAllocString()
+ExecQuery(WQL, SELECT NetConnectionID, PNPDeviceID FROM Win32_NetworkAdapter WHERE Description = 'TAP-Windows Adapter V9', 48, null)
+SysFreeString()
+SysFreeString()
+)");
 
 } // namespace
 
-void UnitTest::init()
+/// A query of which one call fails. The columns are the number of calls until then, the text and what is released.
+void UnitTest::failingQuery()
 {
-    // A temporary folder of its own for each test, which is gone with the next one.
-    qunsetenv("TMPDIR");
-    m_host.reset(new ScriptedHost);
-    scripted = m_host.data();
-    wmiHost = scripted;
-    // What is logged goes to the journal until main() opens its log.
-    qInstallMessageHandler(
-        [](QtMsgType, const QMessageLogContext &, const QString &line) { scripted->journal << shortened(line); });
-    // As main() does it; here, operations are called without it too.
-    QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, true);
-    // The date stays in the locale's language; here, what that cannot write is not to be lost.
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
-    QDir::setCurrent(scripted->folder.path());
-    qputenv("TMPDIR", QFile::encodeName(scripted->folder.path()));
-    qputenv("ProgramFiles", R"(C:\Program Files)");
-    ARCH = "x64";
-}
-
-void UnitTest::roads_data()
-{
-    QTest::addColumn<QStringList>("commandLine");
-    QTest::addColumn<QStringList>("expected");
-    QFile file(QFINDTESTDATA("roads.txt"));
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    QStringList items;
-    for (const QString &line : QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts)) {
-        if (line.startsWith("    "))
-            items.last() += '\n' + line.mid(4);
-        else if (!line.startsWith('#'))
-            items << line;
-    }
-    const QRegularExpression word(R"(^([\w-]+)( %\d)*:\s)");
-    QMap<QString, QString> words;
-    for (const QString &item : items) {
-        const auto match = word.match(item);
-        const QStringList fields = item.split("| ");
-        // A bar can stand in what a word means, too; a road has two.
-        if (match.hasMatch() && fields.size() != 3) {
-            words[match.captured(1)] = item.mid(match.capturedEnd());
-            continue;
-        }
-        QVERIFY2(fields.size() == 3, qPrintable("Neither a word nor a road: " + item));
-        QTest::newRow(qPrintable(fields[0].trimmed())) << tokens(fields[1]) << expanded(fields[2], words);
-    }
-}
-
-void UnitTest::roads()
-{
-    QFETCH(QStringList, commandLine);
-    QFETCH(QStringList, expected);
-    for (const QString &line : expected.filter(" -> "))
-        scripted->answers << line.section(" -> ", 1);
-    if (commandLine.removeAll("+wmic"))
-        QFile(R"(C:\Windows\System32\wbem\WMIC.exe)").open(QIODevice::WriteOnly);
-    scripted->version = commandLine.removeAll("+no-version");
-    QStringList actual = runProgram(commandLine);
-    // A set has no order of its own.
-    actual.replaceInStrings(R"("3", "2")", R"("2", "3")");
-    int same = 0;
-    while (same < qMin(expected.size(), actual.size()) && expected[same] == actual[same])
-        ++same;
-    if (actual != expected)
-        QFAIL(qPrintable(
-            QString("The journal differs from line %1 on.\n  Expected:\n    %2\n  Actual:\n    %3")
-                .arg(QString::number(same + 1), expected.mid(same).join("\n    "), actual.mid(same).join("\n    "))));
-    QCOMPARE(scripted->journal.join(' '), "getCommonLogDir getCommonLogDir getCommonLogDir Logging to: \"" +
-                                              scripted->folder.filePath("log/tap-log.txt") + '"');
-    QVERIFY(!logFile.isOpen());
-}
-
-/// What it says stands in roads.txt. Each line ends in CR LF, the last one too.
-void UnitTest::usage()
-{
-    const QStringList lines = runProgram({"help"}).value(1).section('"', 1, 1).split("\\r\\n");
-    QCOMPARE(lines.size(), 14 + 1);
-    for (const QString &each : lines)
-        QCOMPARE(each.size(), each == lines[14] ? 0 : 67);
-}
-
-/// Each operation goes for the name that it is given, and puts it into both tries.
-void UnitTest::names()
-{
-    ZELK::Tap tap;
-    scripted->answers = QStringList{"1", "0", "2", "0", "3", "0"};
-    QCOMPARE(tap.rename("Bü ro's \"%2\" %1", "%1"), 0);
-    QCOMPARE(tap.enable("Bü ro's"), 0);
-    QCOMPARE(tap.disable(""), 0);
-    const QString calls =
-        R"(cmd /c powershell -NonInteractive -Command  "Rename-NetAdapter -Name 'Bü ro's "%2" %1' -NewName '%1' " -> 1
-netsh.exe interface set interface name='Bü ro's "%2" %1' newname='%1' -> 0
-cmd /c powershell -NonInteractive -Command  "Enable-NetAdapter -Name 'Bü ro's' -Confirm:$False " -> 2
-netsh.exe interface set interface name='Bü ro's' admin=ENABLED -> 0
-cmd /c powershell -NonInteractive -Command  "Disable-NetAdapter -Name '' -Confirm:$False " -> 3
-netsh.exe interface set interface name='' admin=DISABLED -> 0)";
-    QCOMPARE(scripted->journal.filter(" -> ").join('\n'), calls);
-}
-
-void UnitTest::unwritableLog()
-{
-    scripted->logFolder = scripted->folder.filePath("file/log");
-    QFile(scripted->folder.filePath("file")).open(QIODevice::WriteOnly);
-    char word[] = "create";
-    char *argv[] = {word, word};
-    QCOMPARE(mordwellMain(2, argv), -1);
-    QCOMPARE(scripted->journal.join(' '), QString("getCommonLogDir getCommonLogDir [ERROR] main():"));
-}
-
-/// The steps of the query, each with the text of its failure and the number of objects that are given back then.
-const struct {
-    const char *calls;
-    const char *text;
-    int released;
-} steps[] = {
-    {"CoInitializeEx(null, 0)", "Failed to initialize COM library. Error code ", -1},
-    {"CoInitializeSecurity(null, -1, null, null, 0, 3, null, 0, null)",
-     "Failed to initialize security. Error code = ", 0},
-    {"CoCreateInstance(4590f811, null, 1, dc12a687)", "Failed to create IWbemLocator object. Error code = ", 0},
-    {"SysAllocString(ROOT\\CIMV2)\nConnectServer(ROOT\\CIMV2, null, null, null, 0, null, null)\n"
-     "SysFreeString(ROOT\\CIMV2)",
-     "Could not connect. Error code = ", 1},
-    {"CoSetProxyBlanket(services, 10, 0, null, 3, 3, null, 0)", "Could not set proxy blanket. Error code = ", 2},
-    {"SysAllocString(2)\nExecQuery(WQL, SELECT NetConnectionID, PNPDeviceID FROM Win32_NetworkAdapter "
-     "WHERE Description = 'TAP-Windows Adapter V9', 48, null)\nSysFreeString(2)",
-     "Query for operating system name failed. Error code = ", 2},
-};
-
-void UnitTest::wmiFailure()
-{
-    // The two strings of the query come and go in no fixed order.
-    const QRegularExpression both(R"((Sys\w+String)\((WQL|SELECT[^\n]*)\)\n\1\((?!\2)(WQL|SELECT[^\n]*)\))");
-    const QStringList objects{"Release(services)\n", "Release(locator)\n"};
-    scripted->journalCom = true;
-    QString expected;
-    for (const auto &step : steps) {
-        const QString function = QRegularExpression(R"((Co|Exec)\w+(?=\())").match(step.calls).captured();
-        // As the published headers write it: negative only where long has 32 bits.
-        scripted->comResults = {{function, 0x80041003L}};
-        scripted->journal.clear();
+    const struct {
+        const char *function;
+        int calls;
+        QString text;
+        QString released;
+    } failures[] = {
+        {"CoInitializeEx", 1, "Failed to initialize COM library. Error code ", ""},
+        {"CoInitializeSecurity", 2, "Failed to initialize security. Error code = ", "CoUninitialize()"},
+        {"CoCreateInstance", 3, "Failed to create IWbemLocator object. Error code = ", "CoUninitialize()"},
+        {"ConnectServer", 6, "Could not connect. Error code = ", "Release(locator)\nCoUninitialize()"},
+        {"CoSetProxyBlanket", 7,
+         "Could not set proxy blanket. Error code = ", "Release(services)\nRelease(locator)\nCoUninitialize()"},
+        {"ExecQuery", 12, "Query for operating system name failed. Error code = ",
+         "Release(services)\nRelease(locator)\nCoUninitialize()"},
+    };
+    for (const auto &[function, calls, text, released] : failures) {
+        ComHost host;
+        // As the published headers write the code, which is negative only where long has 32 bits.
+        host.results = {{function, 0x80041003L}};
+        host.script = goodQuery.mid(0, calls) +
+                      logged("ERROR", "readInterfacesProgrammatically", text + "-2147217405") + lines(released);
         InterfaceMap interfaces{{"kept", "id"}};
         QCOMPARE(ZELK::readInterfacesProgrammatically(interfaces), 1);
         QCOMPARE(interfaces, (InterfaceMap{{"kept", "id"}}));
-        expected += QString(step.calls) + '\n';
-        const QString released =
-            step.released < 0 ? "" : objects.mid(2 - step.released).join("") + "CoUninitialize()\n";
-        QCOMPARE(scripted->journal.join('\n').replace(both, "\\1(2)") + '\n',
-                 expected + "[ERROR] ZELK::readInterfacesProgrammatically(): " + step.text + "-2147217405\n" +
-                     released);
+        QVERIFY2(host.difference().isEmpty(), host.difference());
     }
 }
 
-void UnitTest::wmiRows()
+void UnitTest::rows()
 {
     const auto text = [](const QString &value) { return WmiValue{0, VT_BSTR, value}; };
     const QPair<WmiValue, WmiValue> rows[] = {
         {text("same"), text("early")},      {text(" a  b "), text("")},  {text({}), text("null BSTR")},
         {{0, VT_NULL, {}}, text("1")},      {{0, VT_I4, {}}, text("1")}, {{0x80041002L, VT_BSTR, {}}, text("1")},
         {text("no id"), {0, VT_EMPTY, {}}}, {text("same"), text("late")}};
-    QString journal;
-    const QString property =
-        "Get(%1, 0, null, null)\n[LOG] ZELK::readInterfacesProgrammatically(): %1 : \"%2\"\nVariantClear()\n";
-    for (const auto &row : rows) {
-        scripted->rows.append({{"NetConnectionID", row.first}, {"PNPDeviceID", row.second}});
-        journal += "Next(-1, 1)\n" + property.arg("NetConnectionID", row.first.text) +
-                   property.arg("PNPDeviceID", row.second.text) + "Release(row)\n";
+    ComHost host;
+    host.results = {{"CoInitializeEx", 1}, {"Next", 0x80041001L}};
+    host.script = goodQuery;
+    const auto property = [](const QString &name, const WmiValue &value) {
+        return call("Get(" + name + ", 0, null, null)") +
+               logged("LOG", "readInterfacesProgrammatically", name + " : \"" + value.text + '"') +
+               call("VariantClear()");
+    };
+    for (const auto &[name, id] : rows) {
+        host.rows.append({{"NetConnectionID", name}, {"PNPDeviceID", id}});
+        host.script += call("Next(-1, 1)") + property("NetConnectionID", name) + property("PNPDeviceID", id) +
+                       call("Release(row)");
     }
-    journal += "Next(-1, 1)\nRelease(services)\nRelease(locator)\nRelease(enumerator)\nCoUninitialize()";
-    scripted->comResults = {{"CoInitializeEx", 1}, {"Next", 0x80041001L}};
-    scripted->journalCom = true;
+    host.script += lines("Next(-1, 1)\nRelease(services)\nRelease(locator)\nRelease(enumerator)\nCoUninitialize()");
     InterfaceMap interfaces;
     QCOMPARE(ZELK::readInterfacesProgrammatically(interfaces), 0);
     QCOMPARE(interfaces, (InterfaceMap{{" a  b ", ""}, {"", "null BSTR"}, {"same", "late"}}));
-    QCOMPARE(scripted->journal.join('\n').section("SysFreeString(", -1).section('\n', 1), journal);
+    QVERIFY2(host.difference().isEmpty(), host.difference());
 }
 
 void UnitTest::paths()
 {
-    const QString tables[][3] = {{"5", "win2k", "Win2k"},
-                                 {"6", "vista", "Vista"},
-                                 {"9", "vista", "Vista"},
-                                 {"10", "win10", "Vista"},
-                                 {"11", "win10", "Vista"}};
+    const struct {
+        int major;
+        QString folder, inf;
+    } drivers[] = {{5, "win2k", "Win2k"},
+                   {6, "vista", "Vista"},
+                   {9, "vista", "Vista"},
+                   {10, "win10", "Vista"},
+                   {11, "win10", "Vista"}};
     for (const QString arch : {"x86", "x64"}) {
         ARCH = arch;
-        for (const auto &[major, folder, inf] : tables) {
-            scripted->major = major.toInt();
+        for (const auto &[major, folder, inf] : drivers) {
+            ScriptedHost host(Step{{"winVersion"}});
+            host.majorVersion = major;
             qputenv("ProgramFiles", "D:\\Bür");
             QCOMPARE(ZELK::Tap().pathDriver(),
-                     QString("D:\\Bür//HalvaneRelayKit/driver/%1/%2/Oem%3.inf").arg(folder, arch, inf));
+                     "D:\\Bür//HalvaneRelayKit/driver/" + folder + '/' + arch + "/Oem" + inf + ".inf");
             qunsetenv("ProgramFiles");
             QCOMPARE(ZELK::Tap().pathDevcon(), "//HalvaneRelayKit/bin/devcon-" + arch + ".exe");
         }

@@ -1,0 +1,191 @@
+#include "scripted_host.h"
+#include "libtessark.h"
+#include "main.h"
+
+#include <QDir>
+#include <QLoggingCategory>
+#include <QRegularExpression>
+#include <QTextCodec>
+
+#include <algorithm>
+#include <stdexcept>
+
+int mordwellMain(int argc, char **argv);
+
+namespace
+{
+
+ScriptedHost *host = nullptr;
+
+/// Returns a log line without date, thread, package, file, namespace and source line, and with sorted set elements.
+/// Returns the whole line if one of these is wrong.
+QString shortened(const QString &line)
+{
+    static const QRegularExpression form(R"(^([^[]+) \[0x[1-9a-f][0-9a-f]*\] (\[\w+\]) \[Halvane Relay Kit:\.\\)"
+                                         R"((?:main:(?=main)|tap:ZELK::)([\w:]+\(\):)(\d+)\] (.*)$)");
+    const auto match = form.match(line);
+    // No two statements share a source line, so each source line has one level.
+    static QMap<QString, QString> levels;
+    QString &level = levels[match.captured(3) + match.captured(4)];
+    if (level.isEmpty())
+        level = match.captured(2);
+    bool dated = false;
+    for (auto time = QDateTime::currentDateTime(); time > host->began.addSecs(-1); time = time.addSecs(-1))
+        dated |= time.toString() == match.captured(1);
+    if (!dated || level != match.captured(2))
+        return line;
+    // The elements of a set have no fixed order.
+    static const QRegularExpression set(R"(QSet\((.*)\)$)");
+    QStringList elements = set.match(line).captured(1).split(", ");
+    elements.sort();
+    return level + ' ' + match.captured(3) + ' ' + match.captured(5).replace(set, "QSet(" + elements.join(", ") + ')');
+}
+
+} // namespace
+
+Step operator*(int count, const Step &step)
+{
+    return count == 0 ? Step() : step + (count - 1) * step;
+}
+
+ScriptedHost::ScriptedHost(const Step &expected) : script(expected)
+{
+    host = this;
+    wmiHost = this;
+    QDir::setCurrent(folder.path());
+    qputenv("TMPDIR", QFile::encodeName(folder.path()));
+    qputenv("ProgramFiles", R"(C:\Program Files)");
+    // The locale's encoding may lack characters of the tests.
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    // Until main() opens the log, what the program logs goes straight to the journal.
+    qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext &, const QString &line) { host->journal << shortened(line); });
+}
+
+ScriptedHost::~ScriptedHost()
+{
+    qInstallMessageHandler(nullptr);
+    qunsetenv("TMPDIR");
+}
+
+void ScriptedHost::run(QList<QByteArray> words)
+{
+    words.prepend("Mordwell");
+    QVector<char *> argv;
+    for (QByteArray &word : words)
+        argv << word.data();
+    // A logging rule of the system can do the same.
+    QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, false);
+    try {
+        record(QString("exit code %1").arg(mordwellMain(argv.size(), argv.data())));
+        if (logFile.isOpen())
+            journal << "the log is still open";
+        if (!QDir().entryList({"qt_temp*"}).isEmpty())
+            journal << "a scratch file is left";
+    } catch (const std::logic_error &) {
+        journal << "(stopped here: the script has no answer to this call)";
+        logFile.close();
+    }
+}
+
+QByteArray ScriptedHost::difference() const
+{
+    QStringList expected;
+    for (const Line &line : script)
+        expected << line.text;
+    if (journal == expected)
+        return {};
+    const auto difference = std::mismatch(expected.begin(), expected.end(), journal.begin(), journal.end());
+    const int at = difference.first - expected.begin();
+    const auto lines = [](const QStringList &list, int from, int to) {
+        return list.mid(from, to - from).join("\n    ").prepend("\n    ");
+    };
+    return ("calls and log lines differ from the script after" + lines(expected, qMax(0, at - 3), at) +
+            "\n  expected:" + lines(expected, at, at + 4) + "\n  actual:" + lines(journal, at, at + 4))
+        .toLocal8Bit();
+}
+
+void ScriptedHost::record(const QString &call)
+{
+    QFile log("log/tap-log.txt");
+    if (log.open(QIODevice::ReadOnly))
+        log.seek(logSize);
+    while (!log.atEnd())
+        journal << shortened(QString::fromUtf8(log.readLine()).chopped(1));
+    logSize = log.size();
+    journal << call;
+}
+
+Line ScriptedHost::answer(const QString &call)
+{
+    record(call);
+    const Line line = script.value(journal.size() - 1);
+    if (line.text != call)
+        throw std::logic_error("unexpected call");
+    return line;
+}
+
+// To the scripts, the whole query is one call, and its result is that of CoInitializeSecurity().
+HRESULT ScriptedHost::comCall(const QString &function, const QString &)
+{
+    if (function == "CoInitializeEx")
+        query = answer("WMI query");
+    return function == "CoInitializeSecurity" ? query.answer.result : 0;
+}
+
+QVector<WmiRow> ScriptedHost::wmiRows()
+{
+    const auto value = [](const QString &text) {
+        return WmiValue{0, VARTYPE(text.isNull() ? VT_NULL : VT_BSTR), text};
+    };
+    QVector<WmiRow> rows;
+    for (const auto &[name, id] : query.rows)
+        rows.append({{"NetConnectionID", value(name)}, {"PNPDeviceID", value(id)}});
+    return rows;
+}
+
+QString libtessark::getCommonLogDir(QString subdir)
+{
+    host->journal << "getCommonLogDir(" + subdir + ')';
+    return "log" + subdir;
+}
+
+bool libtessark::utils::win64Sys()
+{
+    return true;
+}
+
+int libtessark::utils::winVersion(int *major, int *minor)
+{
+    *major = host->majorVersion;
+    *minor = 3;
+    return host->answer("winVersion").answer.result;
+}
+
+int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output,
+                               bool oneMeansRestart, bool *)
+{
+    const Answer answer = host->answer(program + " [" + arguments.join("] [") + ']').answer;
+    output = answer.output;
+    return oneMeansRestart && answer.result == 1 ? 0 : answer.result;
+}
+
+int libtessark::utils::executeSync(const QString &commandLine, QByteArray *output, QByteArray *)
+{
+    static const QRegularExpression redirection("> \"([^\"]+)\"");
+    QFile scratch(redirection.match(commandLine).captured(1));
+    const QString name = scratch.exists() ? "> \"A FILE THAT EXISTS\"" : "> \"SCRATCH\"";
+    const Answer answer = host->answer(QString(commandLine).replace(redirection, name)).answer;
+    // The real function replaces the array. This one appends on purpose, to catch a program that clears or replaces the
+    // array between its two tries.
+    if (scratch.fileName().isEmpty())
+        *output += answer.output.toLatin1();
+    else if (!answer.output.isNull() && scratch.open(QIODevice::WriteOnly))
+        scratch.write(reinterpret_cast<const char *>(answer.output.utf16()), answer.output.size() * 2);
+    return answer.result;
+}
+
+void Sleep(DWORD milliseconds)
+{
+    host->record(QString("Sleep %1").arg(milliseconds));
+}
