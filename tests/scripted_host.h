@@ -12,6 +12,7 @@ struct Answer {
     int result = 0;
     QString output = {};
 };
+using Answers = QVector<Answer>;
 
 /// Names and ids of the interfaces that the WMI query finds. A null QString is NULL, as with the name of a hidden
 /// adapter.
@@ -46,7 +47,7 @@ struct ScriptedHost : WmiHost {
     /// Adds a call to the journal, after the lines that the log file contains by now.
     void record(const QString &call);
 
-    /// Records a call and returns its line of the script. Stops the run if the script has another line there.
+    /// Records a call and returns its line of the script. If the script has another line there, the run stops.
     Line answer(const QString &call);
 
     HRESULT comCall(const QString &function, const QString &arguments) override;
@@ -54,7 +55,6 @@ struct ScriptedHost : WmiHost {
 
     Step script;
     QStringList journal;
-    int majorVersion = 10;
     Line query;         ///< The last WMI query.
     qint64 logSize = 0; ///< How much of the log is in the journal.
     const QTemporaryDir folder;
