@@ -57,9 +57,10 @@ ScriptedHost::ScriptedHost(const Step &expected) : script(expected)
     qputenv("ProgramFiles", R"(C:\Program Files)");
     // The locale's encoding may lack characters of the tests.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
-    // Until main() opens the log, what the program logs goes straight to the journal.
-    qInstallMessageHandler(
-        [](QtMsgType, const QMessageLogContext &, const QString &line) { host->journal << shortened(line); });
+    // What the program logs goes straight to the journal until main() installs its own handler.
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &line) {
+        host->journal << (logFile.isOpen() ? "not in the log: " : "") + shortened(line);
+    });
 }
 
 ScriptedHost::~ScriptedHost()
@@ -74,12 +75,7 @@ void ScriptedHost::run(QList<QByteArray> words)
     QVector<char *> argv;
     for (QByteArray &word : words)
         argv << word.data();
-    // Each run replaces the log of the run before.
-    QFile log("log/tap-log.txt");
-    if (QDir().mkpath("log") && log.open(QIODevice::WriteOnly))
-        log.write("the run before\n");
-    log.close();
-    // A logging rule of the system can do the same.
+    // The user's logging rules can do this. main() has to undo it.
     QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, false);
     try {
         record(QString("exit code %1").arg(mordwellMain(argv.size(), argv.data())));
@@ -124,7 +120,7 @@ void ScriptedHost::record(const QString &call)
 Line ScriptedHost::answer(const QString &call)
 {
     record(call);
-    const Line line = script.value(journal.size() - 1);
+    Line line = script.value(journal.size() - 1);
     if (line.text != call)
         throw std::logic_error("unexpected call");
     return line;
@@ -136,17 +132,6 @@ HRESULT ScriptedHost::comCall(const QString &function, const QString &)
     if (function == "CoInitializeEx")
         query = answer("WMI query");
     return function == "CoInitializeSecurity" ? query.answer.result : 0;
-}
-
-QVector<WmiRow> ScriptedHost::wmiRows()
-{
-    const auto value = [](const QString &text) {
-        return WmiValue{0, VARTYPE(text.isNull() ? VT_NULL : VT_BSTR), text};
-    };
-    QVector<WmiRow> rows;
-    for (const auto &[name, id] : query.rows)
-        rows.append({{"NetConnectionID", value(name)}, {"PNPDeviceID", value(id)}});
-    return rows;
 }
 
 QString libtessark::getCommonLogDir(QString subdir)
@@ -162,10 +147,9 @@ bool libtessark::utils::win64Sys()
 
 int libtessark::utils::winVersion(int *major, int *minor)
 {
-    const Answer answer = host->answer("winVersion").answer;
-    *major = answer.output.section('.', 0, 0).toInt();
-    *minor = answer.output.section('.', 1).toInt();
-    return answer.result;
+    *major = host->majorVersion;
+    *minor = 3;
+    return host->answer("winVersion").answer.result;
 }
 
 int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output,
@@ -182,16 +166,18 @@ int libtessark::utils::executeSync(const QString &commandLine, QByteArray *outpu
     QFile scratch(redirection.match(commandLine).captured(1));
     const QString name = scratch.exists() ? "> \"A FILE THAT EXISTS\"" : "> \"SCRATCH\"";
     const Answer answer = host->answer(QString(commandLine).replace(redirection, name)).answer;
+    const auto utf16 = [](const QString &text) {
+        return QByteArray(reinterpret_cast<const char *>(text.utf16()), text.size() * 2);
+    };
     // The real function replaces the array. This one appends on purpose, to catch a program that clears or replaces the
-    // array between its two tries.
-    if (scratch.fileName().isEmpty())
-        *output += answer.output.toLatin1();
-    else if (!answer.output.isNull() && scratch.open(QIODevice::WriteOnly))
-        scratch.write(reinterpret_cast<const char *>(answer.output.utf16()), answer.output.size() * 2);
+    // array between its two tries. Standard error is not redirected, so it is in the array too.
+    *output += commandLine.contains('>') ? utf16("a warning\nof two lines") : answer.output.toLatin1();
+    if (!scratch.fileName().isEmpty() && !answer.output.isNull() && scratch.open(QIODevice::WriteOnly))
+        scratch.write(utf16(answer.output));
     return answer.result;
 }
 
 void Sleep(DWORD milliseconds)
 {
-    host->record(QString("Sleep %1").arg(milliseconds));
+    host->record(QString("Sleep %1").arg(milliseconds) + (logFile.isOpen() ? "" : " with the log closed"));
 }

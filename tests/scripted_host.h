@@ -12,17 +12,12 @@ struct Answer {
     int result = 0;
     QString output = {};
 };
-using Answers = QVector<Answer>;
-
-/// Names and ids of the interfaces that the WMI query finds. A null QString is NULL, as with the name of a hidden
-/// adapter.
-using Rows = QVector<QPair<QString, QString>>;
 
 /// An expected line of the journal. A call has an answer, the WMI query also has rows.
 struct Line {
     QString text;
     Answer answer = {};
-    Rows rows = {};
+    QVector<WmiRow> rows = {};
 };
 Q_DECLARE_METATYPE(Line)
 
@@ -47,14 +42,15 @@ struct ScriptedHost : WmiHost {
     /// Adds a call to the journal, after the lines that the log file contains by now.
     void record(const QString &call);
 
-    /// Records a call and returns its line of the script. If the script has another line there, the run stops.
+    /// Records a call and returns its line of the script. Stops the run if the script has another line there.
     Line answer(const QString &call);
 
     HRESULT comCall(const QString &function, const QString &arguments) override;
-    QVector<WmiRow> wmiRows() override;
+    QVector<WmiRow> wmiRows() override { return query.rows; }
 
     Step script;
     QStringList journal;
+    int majorVersion = 10;
     Line query;         ///< The last WMI query.
     qint64 logSize = 0; ///< How much of the log is in the journal.
     const QTemporaryDir folder;

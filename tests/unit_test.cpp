@@ -1,7 +1,9 @@
-// The program's functions against a host that answers as a script says. The table of the scenarios is scenarios_data(),
-// their steps are in steps.h, and scripted_host.h contains the host. To run one scenario after ./test has built it:
+// Tests of the program's functions with a fake host that answers as a script says. scenarios_data() is the table of
+// scenarios, steps.h contains the steps that they consist of, and scripted_host.h the fake host.
+// To run one scenario, build with ./test, then:
 //     build/default/tests/unit_test 'scenarios:fastest'
-// To add one, add a row to the table. A new call or log line needs a step in steps.h.
+// To add a scenario, add a row to the table: title, command-line words, expected steps. If the program has a new call
+// or log line, add a step to steps.h.
 #include "libtessark.h"
 #include "main.h"
 #include "steps.h"
@@ -10,6 +12,8 @@
 #include <QDir>
 #include <QRegularExpression>
 #include <QTest>
+
+#include <tuple>
 
 using ZELK::InterfaceMap;
 
@@ -20,6 +24,7 @@ class UnitTest : public QObject
 private slots:
     void scenarios_data();
     void scenarios();
+    void noTemporaryFolder();
     void usage();
     void names();
     void failingQuery();
@@ -30,7 +35,7 @@ private slots:
 namespace
 {
 
-// QVERIFY2 would cut off a long text.
+// QVERIFY2 would cut off a long command line.
 void verifyScript(const ScriptedHost &host)
 {
     if (!host.difference().isEmpty())
@@ -45,140 +50,143 @@ void UnitTest::scenarios_data()
     QTest::addColumn<Step>("script");
     QTest::addColumn<QString>("file");
     // Unless stated otherwise, the machine has wmic.
-    const auto scenario = [](QString title, QByteArrayList words, Step script,
-                             QString file = R"(C:\Windows\System32\wbem\WMIC.exe)") {
-        QTest::newRow(title.toLatin1()) << words << script << file;
+    const auto scenario = [](const QByteArray &title, const QByteArrayList &words, const Step &script,
+                             const QString &file = R"(C:\Windows\System32\wbem\WMIC.exe)") {
+        QTest::newRow(title) << words << script << file;
     };
-    // The program is started with one word, and logs it.
-    const auto run = [&](QString title, QString word, Step script) {
-        scenario(title, {word.toLatin1()}, started(word) + script);
-    };
-    const Rows a1{{"A", "1"}};
-    const Rows x1{{"X", "1"}};
-    const Rows own{{kit, "1"}};
-    const Rows ab{{"A", "1"}, {"B", "2"}};
-    const Rows abx{{"A", "1"}, {"B", "2"}, {"X", "3"}};
+    const QString withoutWmic = "other";
+    // The name or id of a hidden adapter is NULL.
+    const QString hidden;
 
     scenario("log cannot be opened", {"create"}, 2 * call("getCommonLogDir()") + bad, "log");
-    scenario("no word", {}, update(own, own) + present);
     scenario("two words", {"list", "x"}, none + driver("create", {3}) + fails("create") + fails("check") + bad);
-    run("list", "list", inventory({{"A", "1"}, {hidden, "2"}, {"B", hidden}}) + good);
+    scenario("no word", {}, update({{kit, "1"}}, {{kit, "1"}}) + present);
+    scenario("list", {"list"}, started("list") + inventory({{"A", "1"}, {hidden, "2"}, {"B", hidden}}) + good);
 
     for (const QString word : {"create", "update", "remove", "removeAll"}) {
-        const QString name = word.left(6);
-        const auto driven = [&](QString title, Answer answer, Step end) {
-            const Step removal = begins("remove") + devcon("[remove] [tap0901]", answer);
-            run(word + title, word, (name == "remove" ? removal : driver(name, answer)) + end);
+        const QString name = word == "removeAll" ? "remove" : word;
+        const auto driverScenario = [&](const char *title, const Answer &answer, const Step &end) {
+            scenario((word + title).toLatin1(), {word.toLatin1()}, started(word) + driver(name, answer) + end);
         };
-        driven("", {0, "two\r\nlines é\""}, output(name, R"(two\r\nlines é\")") + good);
-        driven(", restart needed", {1, "done"}, output(name, "done") + good);
-        driven(" fails", {2, "lost"}, fails(name) + bad);
+        driverScenario("", {0, "two\r\nlines é\""}, output(name, R"(two\r\nlines é\")") + good);
+        driverScenario(", restart needed", {1, "done"}, output(name, "done") + good);
+        driverScenario(" fails", {2, "lost"}, fails(name) + bad);
     }
-    run("version unknown", "create",
-        begins("create") + call("winVersion", {-1}) + fails("pathDriver") + devcon("[install] [] [tap0901]", {}) +
-            output("create", "") + good);
+    scenario("version unknown", {"create"},
+             started("create") + logged("trace", "Tap::create") + call("winVersion", {-1}) + fails("pathDriver") +
+                 devcon("[install] [] [tap0901]", {}) + output("create", "") + good);
 
-    const auto removes = [&](QString title, Rows rows, Step end) {
-        run(title, "removeInterface", inventory(rows) + end + good);
+    const auto removal = [&](const char *title, const Rows &rows, const Step &end) {
+        scenario(title, {"removeInterface"}, started("removeInterface") + inventory(rows) + end + good);
     };
     const Step notRemoved = fails("removeInterface") + logged("debug", "main");
-    removes("removes the one interface", {{"A", "1"}, {kit, "7"}}, devcon("[remove] [@7]", {0, "gone"}));
-    removes("removes an interface without id", {{kit, ""}}, devcon("[remove] [@]", {}));
-    removes("removes an interface, restart needed", {{kit, "7"}}, devcon("[remove] [@7]", {1, "gone"}));
-    removes("removal fails", {{kit, "8"}}, devcon("[remove] [@8]", {2, "lost"}) + notRemoved);
-    removes("removes no name in other case", {{"halvanerelaykit", "7"}}, notRemoved);
-    removes("removes no hidden adapter", {{hidden, "1"}, {kit, hidden}}, notRemoved);
+    removal("removes the one interface", {{"A", "1"}, {kit, "7"}}, devcon("[remove] [@7]", {0, "gone"}));
+    removal("removes an interface without id", {{kit, ""}}, devcon("[remove] [@]", {}));
+    removal("removes an interface, restart needed", {{kit, "7"}}, devcon("[remove] [@7]", {1, "gone"}));
+    removal("removal fails", {{kit, "8"}}, devcon("[remove] [@8]", {2, "lost"}) + notRemoved);
+    removal("removes no name in other case", {{"halvanerelaykit", "7"}}, notRemoved);
+    removal("removes no hidden adapter", {{hidden, "1"}, {kit, hidden}}, notRemoved);
 
     for (const QString word : {"enable", "disable"}) {
-        run(word, word, toggle(word, {{0, "\"\\\tä"}}) + output(word, R"(\"\\\t\xE4)") + good);
-        run(word + " by netsh", word, toggle(word, {{-1, "lost"}, {0, "ok"}}) + output(word, "lostok") + good);
-        run(word + " fails", word, toggle(word, {{1, "lost"}, {-1, "lost"}}) + fails(word) + bad);
+        const auto toggleScenario = [&](const char *title, const Answers &answers, const Step &end) {
+            scenario((word + title).toLatin1(), {word.toLatin1()}, started(word) + toggleTries(word, answers) + end);
+        };
+        toggleScenario("", {{0, "\"\\\tä"}}, output(word, R"(\"\\\t\xE4)") + good);
+        toggleScenario(" by netsh", {{-1, "lost"}, {0, "ok"}}, output(word, "lostok") + good);
+        toggleScenario(" fails", {{1, "lost"}, {-1, "lost"}}, fails(word) + bad);
     }
 
-    const QString a = "Name Id\r\nA 1\r\n";
     const Step list = started("list") + noInventory;
-    run("wmic fails", "list", noInventory + wmic({1}) + powershell({0, a}) + found(a1) + good);
-    scenario("powershell", {"list"}, list + powershell({0, a}) + found(a1) + good, "no wmic");
-    scenario("powershell fails", {"list"}, list + powershell({-1}) + wmic({0, a}) + found(a1) + good, "no wmic");
-    run("wmic and powershell fail", "list",
-        noInventory + wmic({1}) + powershell({2, "lost"}) + fails("readInterfaces") + good +
-            call("a scratch file is left"));
-    const auto parses = [&](QString title, QString text, Rows rows) {
-        run(title, "list", noInventory + wmic({0, text}) + found(rows) + good);
+    const QString a = "Name Id\r\nA 1\r\n";
+    scenario("wmic fails", {"list"}, list + call(wmic, {1}) + call(powershell, {0, a}) + found({{"A", "1"}}) + good);
+    scenario("powershell", {"list"}, list + call(powershell, {0, a}) + found({{"A", "1"}}) + good, withoutWmic);
+    scenario("powershell fails", {"list"},
+             list + call(powershell, {-1}) + call(wmic, {0, a}) + found({{"A", "1"}}) + good, withoutWmic);
+    scenario("wmic and powershell fail", {"list"},
+             list + call(wmic, {1}) + call(powershell, {2, "lost"}) + fails("readInterfaces") + good +
+                 call("a scratch file is left"));
+    const auto parsed = [&](const char *title, const QString &text, const Rows &rows) {
+        scenario(title, {"list"}, list + call(wmic, {0, text}) + found(rows) + good);
     };
-    parses("wmic", "Name Id\r\nTap 1  ROOT\\0  \r\n", {{"Tap 1", R"(ROOT\\0)"}});
-    parses("no scratch file", {}, {});
-    parses("heading alone", "Name Id\r\n", {});
-    parses("no heading", "\r\nA 1\r\n", {});
-    parses("no heading, three rows", "\r\n\r\nA 1\r\nB 2\r\nC 3\r\n\r\n", {{"B", "2"}, {"C", "3"}});
-    parses("no name, white space alone", "Name Id\n\n1\r\n  \r\nA 2", {{"A", "2"}});
+    parsed("wmic", "Name Id\r\nTap 1  ROOT\\0  \r\n", {{"Tap 1", R"(ROOT\\0)"}});
+    parsed("no scratch file", {}, {});
+    parsed("heading alone", "Name Id\r\n", {});
+    parsed("no heading", "\r\nA 1\r\n", {});
+    parsed("no heading, three rows", "\r\n\r\nA 1\r\nB 2\r\nC 3\r\n\r\n", {{"B", "2"}, {"C", "3"}});
+    parsed("no name, white space alone", "Name Id\n\n1\r\n  \r\nA 2", {{"A", "2"}});
     const QString names = "Name Id\r\n%1 1\r\nhalvanerelaykit 2\r\n%1 3\r\nHALVANERELAYKIT 4\r\n";
-    run("name twice and in other case", "removeInterface",
-        noInventory + wmic({0, names.arg(kit)}) +
-            found({{kit, "1"}, {"halvanerelaykit", "2"}, {kit, "3"}, {"HALVANERELAYKIT", "4"}}) +
-            devcon("[remove] [@3]", {}) + good);
+    scenario("name twice and in other case", {"removeInterface"},
+             started("removeInterface") + noInventory + call(wmic, {0, names.arg(kit)}) +
+                 found({{kit, "1"}, {"halvanerelaykit", "2"}, {kit, "3"}, {"HALVANERELAYKIT", "4"}}) +
+                 devcon("[remove] [@3]", {}) + good);
+    scenario("blanks in the name", {"check"},
+             checking(noInventory) + call(wmic, {0, "Name Id\r\n Eth  ernet\t x   ID 4 \r\nHalvaneRelayKit 5"}) +
+                 found({{"Eth ernet x ID", "4"}, {kit, "5"}}) + updated + inventory({{"Y", "4"}}) +
+                 restored("Eth ernet x ID", "4", "Y") + present);
+    scenario("not ASCII", {"check"},
+             checking(inventory({{kit, "1"}})) + updated + noInventory + call(wmic, {0, "\uFEFFName Id\r\nBü→ 1\r\n"}) +
+                 found({{"Bü→", "1"}}) + restored(kit, "1", "Bü→") + present);
 
-    const auto check = [&](QString title, Step script) { scenario(title, {"check"}, script); };
-    check("blanks in the name", checking(noInventory) +
-                                    wmic({0, "Name Id\r\n Eth  ernet\t x   ID 4 \r\nHalvaneRelayKit 5"}) +
-                                    found({{"Eth ernet x ID", "4"}, {kit, "5"}}) + updated + inventory({{"Y", "4"}}) +
-                                    restored("Eth ernet x ID", "4", "Y") + present);
-    check("not ASCII", checking(inventory(own)) + updated + noInventory + wmic({0, "\uFEFFName Id\r\nBü→ 1\r\n"}) +
-                           found({{"Bü→", "1"}}) + restored(kit, "1", "Bü→") + present);
+    const auto check = [&](const char *title, const Step &script) { scenario(title, {"check"}, script); };
+    const Rows own{{kit, "1"}};
     const Step gaveUp = logged("ERROR", "Tap::check",
                                "Failed to update tap driver, probably a newer version is already installed. "
                                "Continuing...");
-    check("update fails once", checking(inventory(own)) + updateFails + waited + updated + inventory(own) + present);
+    check("present", update({{kit, "1"}, {"B", "2"}}, {{kit, "1"}, {"B", "2"}}) + present);
+    check("update fails once", checking(inventory(own)) + updateFailed + waited + updated + inventory(own) + present);
     check("update fails twice",
-          checking(inventory(own)) + updateFails + waited + updateFails + gaveUp + inventory(own) + present);
+          checking(inventory(own)) + updateFailed + waited + updateFailed + gaveUp + inventory(own) + present);
     check("disable fails in the end", update(own, own) + noted("Tap interface already present") +
-                                          toggle("disable", {{2}, {-1}}) + fails("disable") + good);
+                                          toggleTries("disable", {{2}, {-1}}) + fails("disable") + good);
     check("names swapped", update({{"A", "1"}, {"B", "2"}, {kit, "3"}}, {{"A", "2"}, {"B", "1"}, {kit, "3"}}) +
                                restored("B", "2", "A") + restored("A", "1", "B") + present);
     check("rename fails", update({{"A", "1"}, {kit, "2"}}, {{"X", "1"}, {"Y", "2"}}) + nameLost("A", "1", "X") +
-                              renameFails("X", "A") + fails("check") + bad);
-    check("name lost", update(own, x1) + restored(kit, "1", "X") + present);
+                              renameFailed("X", "A") + fails("check") + bad);
+    check("name lost", update(own, {{"X", "1"}}) + restored(kit, "1", "X") + present);
     check("gone after the update", update(own, {}) + present);
     check("hidden after the update", update(own, {{hidden, "1"}}) + present);
     check("id changed", update(own, {{"X", "2"}}) + present);
     const Rows twice{{"A", "1"}, {"B", "1"}, {kit, "3"}};
-    check("id twice, first name", update(twice, a1) + restored("B", "1", "A") + present);
+    check("id twice, first name", update(twice, {{"A", "1"}}) + restored("B", "1", "A") + present);
     check("id twice, third name", update(twice, {{"C", "1"}}) + restored("A", "1", "C") + present);
 
+    const Rows x{{"X", "1"}};
+    const Rows a1{{"A", "1"}};
+    const Rows ab{{"A", "1"}, {"B", "2"}};
+    const Rows abx{{"A", "1"}, {"B", "2"}, {"X", "3"}};
+    const Step installed = none + created;
     const Step reinstalled = update(a1, a1) + created;
     const Step named = renamed("X", kit) + disabled;
     const Step notNamed = fails("check") + bad;
-    const Step nothing = polled(0, {}) + waited;
-    const Step x1Seen = seen(0, x1, R"("1")") + waited;
-    const Step x1Confirmed = confirmed(0, x1, R"("1")");
-    const Step x3Confirmed = confirmed(2, abx, R"("3")");
-    const QString upper = kit.toUpper();
+    const Step nothing = polled(0, 0, {}) + waited;
     check("emptied by the update",
-          update(a1, {}) + created + confirmed(0, a1, R"("1")") + renamed("A", kit) + disabled);
-    check("name only after the update", update({{upper, "1"}}, own) + restored(upper, "1", kit) + created +
-                                            confirmed(1, {{kit, "1"}, {"X", "2"}}, R"("2")") + named);
+          update(a1, {}) + created + confirmed(0, 1, a1, {"1"}) + renamed("A", kit) + disabled);
+    check("name only after the update", update({{"HALVANERELAYKIT", "1"}}, own) +
+                                            restored("HALVANERELAYKIT", "1", kit) + created +
+                                            confirmed(1, 2, {{kit, "1"}, {"X", "2"}}, {"2"}) + named);
     check("fewer after the update",
-          update(ab, a1) + created + confirmed(1, {{"A", "1"}, {"X", "3"}}, R"("3")") + named);
+          update(ab, a1) + created + confirmed(1, 2, {{"A", "1"}, {"X", "3"}}, {"3"}) + named);
     check("id twice in the baseline", update({{"A", "1"}, {"B", "1"}}, {{"A", "1"}, {"B", "1"}}) +
                                           restored("B", "1", "A") + restored("A", "1", "B") + created +
-                                          confirmed(2, {{"A", "1"}, {"B", "1"}, {"X", "2"}}, R"("2")") + named);
-    check("baseline after the update", update(a1, ab) + created + x3Confirmed + named);
-    check("WMI fails in between",
-          installed + noInventory + wmic({}) + found({}) + counts(0, 0) + waited + x1Confirmed + named);
-    check("hidden at first", installed + inventory({{hidden, "1"}}) + counts(0, 0) + waited + x1Confirmed + named);
-    check("fastest", installed + confirmed(0, {{"X Y", "1"}}, R"("1")") + renamed("X Y", kit) + disabled);
-    check("final rename fails", installed + x1Confirmed + renameFails("X", kit) + noted("") + disabled);
-    check("confirmed in the last poll", installed + 8 * nothing + x1Confirmed + named);
-    check("seen in the last poll only", installed + 9 * nothing + x1Seen + notNamed);
-    check("two new ids", reinstalled + seen(1, abx, R"("2", "3")") + notNamed);
-    check("known id, new name", reinstalled + seen(1, {{"A", "1"}, {"X", "1"}}, "") + notNamed);
-    check("new id twice", installed + confirmed(0, {{"X", "1"}, {"Y", "1"}}, R"("1")") + named);
-    check("another id between",
-          installed + x1Seen + seen(0, {{"Y", "2"}}, R"("2")") + waited + x1Seen + 7 * nothing + notNamed);
-    check("fewer between", update(ab, ab) + created + seen(2, abx, R"("3")") + waited + polled(2, a1) + waited +
-                               seen(2, abx, R"("3")") + named);
-    check("replaced without a rise", reinstalled + 10 * (polled(1, {{"X", "2"}}) + waited) + notNamed);
-    check("empty id", installed + 10 * (seen(0, {{"X", ""}}, R"("")") + waited) + notNamed);
+                                          confirmed(2, 3, {{"A", "1"}, {"B", "1"}, {"X", "2"}}, {"2"}) + named);
+    check("baseline after the update", update(a1, ab) + created + confirmed(2, 3, abx, {"3"}) + named);
+    check("WMI fails in between", installed + noInventory + call(wmic, {}) + found({}) + counts(0, 0) + waited +
+                                      confirmed(0, 1, x, {"1"}) + named);
+    check("hidden at first", installed + polled(0, 0, {{hidden, "1"}}) + waited + confirmed(0, 1, x, {"1"}) + named);
+    check("fastest", installed + confirmed(0, 1, {{"X Y", "1"}}, {"1"}) + renamed("X Y", kit) + disabled);
+    check("final rename fails", installed + confirmed(0, 1, x, {"1"}) + renameFailed("X", kit) + noted("") + disabled);
+    check("confirmed in the last poll", installed + 8 * nothing + confirmed(0, 1, x, {"1"}) + named);
+    check("seen in the last poll only", installed + 9 * nothing + seen(0, 1, x, {"1"}) + waited + notNamed);
+    check("never seen", installed + 10 * nothing + notNamed);
+    check("two new ids", reinstalled + seen(1, 3, abx, {"2", "3"}) + notNamed);
+    check("known id, new name", reinstalled + seen(1, 2, {{"A", "1"}, {"X", "1"}}, {}) + notNamed);
+    check("new id twice", installed + confirmed(0, 2, {{"X", "1"}, {"Y", "1"}}, {"1"}) + named);
+    check("another id between", installed + seen(0, 1, x, {"1"}) + waited + seen(0, 1, {{"Y", "2"}}, {"2"}) + waited +
+                                    seen(0, 1, x, {"1"}) + waited + 7 * nothing + notNamed);
+    check("fewer between", update(ab, ab) + created + seen(2, 3, abx, {"3"}) + waited + polled(2, 1, a1) + waited +
+                               seen(2, 3, abx, {"3"}) + named);
+    check("replaced without a rise", reinstalled + 10 * (polled(1, 1, {{"X", "2"}}) + waited) + notNamed);
+    check("empty id", installed + 10 * (seen(0, 1, {{"X", ""}}, {""}) + waited) + notNamed);
 }
 
 void UnitTest::scenarios()
@@ -192,28 +200,43 @@ void UnitTest::scenarios()
     verifyScript(host);
 }
 
-/// Unknown words log the usage, too. All words of the program are in it.
+/// Without a temporary folder, the scratch file has no name. Qt must not log a warning about that.
+void UnitTest::noTemporaryFolder()
+{
+    ScriptedHost host(started("list") + noInventory + call(QString(wmic).remove("SCRATCH"), {}) + found({}) + good);
+    QVERIFY(QFile(R"(C:\Windows\System32\wbem\WMIC.exe)").open(QIODevice::WriteOnly));
+    qputenv("TMPDIR", "/dev/null");
+    host.run({"list"});
+    verifyScript(host);
+}
+
+/// The text is one line of the log. Its lines end in CR LF, the last one too, and contain each command word.
 void UnitTest::usage()
 {
-    for (const char *word : {"help", "Create", "lis", ""}) {
+    const QString words = "help list update create enable disable check remove removeAll removeInterface";
+    for (const QByteArray word : {"help", "Create", "lis", ""}) {
         ScriptedHost host(started(word) + good);
+        // A run empties the log of the run before.
+        QFile log("log/tap-log.txt");
+        QVERIFY(QDir().mkpath("log") && log.open(QIODevice::WriteOnly) && log.write("the run before\n") && log.flush());
         host.run({word});
-        const QString text = host.journal.takeAt(5);
+        const QString usage = host.journal.value(5);
+        host.journal.removeAll(usage);
         verifyScript(host);
-        QVERIFY2(text.contains(QRegularExpression(R"(^\[debug\] main\(\): "([^\\]{67}\\r\\n){14}"$)")),
-                 qPrintable(text));
-        for (const QString command : {"help", "list", "update", "create", "enable", "disable", "check", "remove",
-                                      "removeAll", "removeInterface"})
-            QVERIFY2(text.contains(' ' + command + ' '), qPrintable(command));
+        const QRegularExpression form(R"(^\[debug\] main\(\): "([^\\]{67}\\r\\n){14}"$)");
+        QVERIFY2(form.match(usage).hasMatch(), qPrintable(usage));
+        for (const QString &each : words.split(' '))
+            QVERIFY2(usage.contains(QRegularExpression("(n    |\\| )" + each + ' ')), qPrintable(each));
     }
 }
 
-/// Each operation puts the name that it gets into both command lines.
+/// The operations use the name that they get, in both tries.
 void UnitTest::names()
 {
     const QString name = "Bü ro's \"%2\" %1";
-    ScriptedHost host(renaming(name, "%1", {{1}, {}}) + output("rename", "") + toggle("enable", {{2}, {}}, name) +
-                      output("enable", "") + toggle("disable", {{3}, {}}, "") + output("disable", ""));
+    ScriptedHost host(renameTries(name, "%1", {{1}, {}}) + output("rename", "") +
+                      toggleTries("enable", {{2}, {}}, name) + output("enable", "") +
+                      toggleTries("disable", {{3}, {}}, "") + output("disable", ""));
     ZELK::Tap tap;
     QCOMPARE(tap.rename(name, "%1"), 0);
     QCOMPARE(tap.enable(name), 0);
@@ -224,35 +247,7 @@ void UnitTest::names()
 namespace
 {
 
-Step lines(const QString &text)
-{
-    Step step;
-    for (const QString &line : text.split('\n', Qt::SkipEmptyParts))
-        step += call(line);
-    return step;
-}
-
-/// The steps of the query: the calls, of which `function` can fail, the text of that failure, and what is released
-/// then.
-const struct {
-    QString calls, function, text, released;
-} querySteps[] = {
-    {"CoInitializeEx(null, 0)", "CoInitializeEx", "Failed to initialize COM library. Error code ", ""},
-    {"CoInitializeSecurity(null, -1, null, null, 0, 3, null, 0, null)", "CoInitializeSecurity",
-     "Failed to initialize security. Error code = ", "CoUninitialize()"},
-    {"CoCreateInstance(4590f811, null, 1, dc12a687)", "CoCreateInstance",
-     "Failed to create IWbemLocator object. Error code = ", "CoUninitialize()"},
-    {"SysAllocString()\nConnectServer(ROOT\\CIMV2, null, null, null, 0, null, null)\nSysFreeString()", "ConnectServer",
-     "Could not connect. Error code = ", "Release(locator)\nCoUninitialize()"},
-    {"CoSetProxyBlanket(services, 10, 0, null, 3, 3, null, 0)", "CoSetProxyBlanket",
-     "Could not set proxy blanket. Error code = ", "Release(services)\nRelease(locator)\nCoUninitialize()"},
-    {"SysAllocString()\nSysAllocString()\nExecQuery(WQL, SELECT NetConnectionID, PNPDeviceID FROM Win32_NetworkAdapter "
-     "WHERE Description = 'TAP-Windows Adapter V9', 48, null)\nSysFreeString()\nSysFreeString()",
-     "ExecQuery",
-     "Query for operating system name failed. Error code = ", "Release(services)\nRelease(locator)\nCoUninitialize()"},
-};
-
-/// A host whose journal contains every COM call. A function returns what `results` contains, or 0.
+/// A host whose journal contains every COM call. A call returns what `results` contains for it, or 0.
 struct ComHost : ScriptedHost {
     HRESULT comCall(const QString &function, const QString &arguments) override
     {
@@ -265,18 +260,41 @@ struct ComHost : ScriptedHost {
     QVector<WmiRow> rows;
 };
 
+/// The calls of a good query until it reads rows.
+const Step goodQuery{{"CoInitializeEx(null, 0)"},
+                     {"CoInitializeSecurity(null, -1, null, null, 0, 3, null, 0, null)"},
+                     {"CoCreateInstance(4590f811, null, 1, dc12a687)"},
+                     {"SysAllocString()"},
+                     {"ConnectServer(ROOT\\CIMV2, null, null, null, 0, null, null)"},
+                     {"SysFreeString()"},
+                     {"CoSetProxyBlanket(services, 10, 0, null, 3, 3, null, 0)"},
+                     {"SysAllocString()"},
+                     {"SysAllocString()"},
+                     {"ExecQuery(WQL, SELECT NetConnectionID, PNPDeviceID FROM Win32_NetworkAdapter "
+                      "WHERE Description = 'TAP-Windows Adapter V9', 48, null)"},
+                     {"SysFreeString()"},
+                     {"SysFreeString()"}};
 } // namespace
 
 void UnitTest::failingQuery()
 {
-    Step calls;
-    for (const auto &step : querySteps) {
+    const Step com{{"CoUninitialize()"}};
+    const Step locator = call("Release(locator)") + com;
+    const Step services = call("Release(services)") + locator;
+    // The function that fails, the calls of the good query up to it, the text that is logged and what is released.
+    const std::tuple<const char *, int, QString, Step> failures[] = {
+        {"CoInitializeEx", 1, "Failed to initialize COM library. Error code ", {}},
+        {"CoInitializeSecurity", 2, "Failed to initialize security. Error code = ", com},
+        {"CoCreateInstance", 3, "Failed to create IWbemLocator object. Error code = ", com},
+        {"ConnectServer", 6, "Could not connect. Error code = ", locator},
+        {"CoSetProxyBlanket", 7, "Could not set proxy blanket. Error code = ", services},
+        {"ExecQuery", 12, "Query for operating system name failed. Error code = ", services}};
+    for (const auto &[function, calls, text, released] : failures) {
         ComHost host;
-        // The published headers write the code like this; it is negative only where long has 32 bits.
-        host.results = {{step.function, 0x80041003L}};
-        calls += lines(step.calls);
-        host.script =
-            calls + logged("ERROR", "readInterfacesProgrammatically", step.text + "-2147217405") + lines(step.released);
+        // As the published headers write the code, which is negative only where long has 32 bits.
+        host.results = {{function, 0x80041003L}};
+        host.script = goodQuery.mid(0, calls) +
+                      logged("ERROR", "readInterfacesProgrammatically", text + "-2147217405") + released;
         InterfaceMap interfaces{{"kept", "id"}};
         QCOMPARE(ZELK::readInterfacesProgrammatically(interfaces), 1);
         QCOMPARE(interfaces, (InterfaceMap{{"kept", "id"}}));
@@ -293,8 +311,7 @@ void UnitTest::rows()
         {text("no id"), {0, VT_EMPTY, {}}}, {text("same"), text("late")}};
     ComHost host;
     host.results = {{"CoInitializeEx", 1}, {"Next", 0x80041001L}};
-    for (const auto &step : querySteps)
-        host.script += lines(step.calls);
+    host.script = goodQuery;
     const auto property = [](const QString &name, const WmiValue &value) {
         return call("Get(" + name + ", 0, null, null)") +
                logged("LOG", "readInterfacesProgrammatically", name + " : \"" + value.text + '"') +
@@ -305,7 +322,8 @@ void UnitTest::rows()
         host.script += call("Next(-1, 1)") + property("NetConnectionID", name) + property("PNPDeviceID", id) +
                        call("Release(row)");
     }
-    host.script += lines("Next(-1, 1)\nRelease(services)\nRelease(locator)\nRelease(enumerator)\nCoUninitialize()");
+    host.script += call("Next(-1, 1)") + call("Release(services)") + call("Release(locator)") +
+                   call("Release(enumerator)") + call("CoUninitialize()");
     InterfaceMap interfaces;
     QCOMPARE(ZELK::readInterfacesProgrammatically(interfaces), 0);
     QCOMPARE(interfaces, (InterfaceMap{{" a  b ", ""}, {"", "null BSTR"}, {"same", "late"}}));
@@ -314,18 +332,18 @@ void UnitTest::rows()
 
 void UnitTest::paths()
 {
-    const QStringList versions[] = {{"5.2", "win2k", "Win2k"},
-                                    {"6.0", "vista", "Vista"},
-                                    {"9.9", "vista", "Vista"},
-                                    {"10.0", "win10", "Vista"},
-                                    {"11.0", "win10", "Vista"}};
+    const std::tuple<int, QString, QString> drivers[] = {{5, "win2k", "OemWin2k.inf"},
+                                                         {6, "vista", "OemVista.inf"},
+                                                         {9, "vista", "OemVista.inf"},
+                                                         {10, "win10", "OemVista.inf"},
+                                                         {11, "win10", "OemVista.inf"}};
     for (const QString arch : {"x86", "x64"}) {
         ARCH = arch;
-        for (const QStringList &each : versions) {
-            ScriptedHost host(call("winVersion", {0, each[0]}));
+        for (const auto &[major, folder, inf] : drivers) {
+            ScriptedHost host(call("winVersion"));
+            host.majorVersion = major;
             qputenv("ProgramFiles", "D:\\Bür");
-            QCOMPARE(ZELK::Tap().pathDriver(),
-                     QString("D:\\Bür//HalvaneRelayKit/driver/%1/%2/Oem%3.inf").arg(each[1], arch, each[2]));
+            QCOMPARE(ZELK::Tap().pathDriver(), "D:\\Bür//HalvaneRelayKit/driver/" + folder + '/' + arch + '/' + inf);
             qunsetenv("ProgramFiles");
             QCOMPARE(ZELK::Tap().pathDevcon(), "//HalvaneRelayKit/bin/devcon-" + arch + ".exe");
         }
