@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs one test case of program.json: the program on a copy of the machine. It checks the exit code, a text in the log
 # and the interfaces afterwards. With a runner it also runs the Windows program, which has to do and log the same.
-# The title "commands" stands for what ./run and the native program do with odd arguments and machine files.
+# The title "commands" tests ./run and the native program with unusual arguments and machine files instead.
 # usage: program_test.sh TITLE PROGRAM [RUNNER...]
 title=$1 program=$2 runner=("${@:3}") failed=0
 root=$(realpath "$(dirname "$(realpath "$0")")/..")
@@ -60,7 +60,7 @@ EOF
 }
 
 value() { jq -r ".$1" <<<"$case"; }
-# run SYSTEM ENCODING COMMAND...: runs the case. A folder that is named like the system has the outcome then.
+# run SYSTEM ENCODING COMMAND...: runs the case and puts its log and its outcome into the folder $folder/SYSTEM.
 run() {
     local place=$folder/$1
     rm -rf "$place" && mkdir "$place"
@@ -82,7 +82,8 @@ run native UTF-8 "$program" &
 [[ ${#runner[@]} -eq 0 ]] || run wine CP1252 "${runner[@]}"
 wait
 if [[ -d $folder/wine ]] && ! cmp -s "$folder"/{native,wine}/log; then
-    echo "Wine cannot start a process once in some thousand starts. Once more, after: $(cat "$folder"/wine/{log,stderr})"
+    echo "The logs differ. In one of some thousand starts Wine cannot start a process, so the case runs once more. It had:"
+    cat "$folder"/wine/{log,stderr}
     run wine CP1252 "${runner[@]}"
 fi
 value '| "exit code: \(.exit // 0)", .log // "arg:", .after' >"$folder/expected"
