@@ -113,7 +113,7 @@ void UnitTest::scenarios_data()
     parsed("heading alone", "Name Id\r\n", {});
     parsed("no heading", "\r\nA 1\r\n", {});
     parsed("no heading, three rows", "\r\n\r\nA 1\r\nB 2\r\nC 3\r\n\r\n", {{"B", "2"}, {"C", "3"}});
-    parsed("no name, white space alone", "Name Id\n\n1\r\n  \r\nA 2", {{"A", "2"}});
+    parsed("no name, white space alone", "Name Id\n\n1\nB 3\r\n  \r\nA 2", {{"B", "3"}, {"A", "2"}});
     const QString names = "Name Id\r\n%1 1\r\nhalvanerelaykit 2\r\n%1 3\r\nHALVANERELAYKIT 4\r\n";
     scenario("name twice and in other case", {"removeInterface"},
              started("removeInterface") + noInventory + call(wmic, {0, names.arg(kit)}) +
