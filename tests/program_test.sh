@@ -44,6 +44,12 @@ EOF
     for _ in 1 2 3 4; do "$program" create 2>/dev/null & done
     wait
     expect 4 grep -c '"id"' "$MORDWELL_MACHINE"
+    for case in "$root"/simulation/cases/*.json; do
+        cp "$case" "$folder"
+        { MORDWELL_MACHINE=$folder/${case##*/} "$program" help 2>&1 | grep "${case##*/}: " >>"$folder/refused"; } &
+    done
+    wait
+    [[ ! -s $folder/refused ]] || fail "the program refuses a case: $(cat "$folder/refused")"
 
     ln -s "$root/run" "$folder/link"
     expect "usage: ./run*swapped-names" "$folder/link" --help

@@ -47,7 +47,8 @@ const auto inventory = [](Rows rows) {
     }
     return step;
 };
-/// readInterfaces() gets nothing from WMI: the query fails with RPC_E_TOO_LATE. One of the commands has to follow.
+/// readInterfaces() gets nothing from WMI: the query fails with RPC_E_TOO_LATE. A step for one of the commands has to
+/// follow.
 const Step noInventory =
     logged("trace", "Tap::readInterfaces") + call("WMI query", {-2147417831}) +
     logged("ERROR", "readInterfacesProgrammatically", "Failed to initialize security. Error code = -2147417831") +
@@ -72,7 +73,7 @@ const auto found = [](Rows rows) {
 const auto devcon = [](QString arguments, Answer answer) {
     return call(R"(C:\Program Files//HalvaneRelayKit/bin/devcon-x64.exe )" + arguments, answer);
 };
-/// create(), update() or remove() runs the device console tool. How it ends has to follow.
+/// create(), update() or remove() runs the device console tool. A step for the outcome has to follow.
 const auto driver = [](QString operation, Answer answer) {
     const Step entry = logged("trace", "Tap::" + operation);
     if (operation == "remove")
@@ -86,7 +87,8 @@ const Step created = driver("create", {}) + output("create", "");
 const Step updated = driver("update", {}) + output("update", "");
 const Step updateFailed = driver("update", {2, "lost"}) + fails("update");
 
-/// enable(), disable() or rename() runs powershell and, if there is a second answer, netsh. How it ends has to follow.
+/// enable(), disable() or rename() runs powershell and, if there is a second answer, netsh. A step for the outcome has
+/// to follow.
 const auto adapterTries = [](QString operation, QString purpose, QString cmdlet, QString netsh, Answers answers) {
     Step step = logged("trace", "Tap::" + operation) +
                 call("cmd /c powershell -NonInteractive -Command  \"" + cmdlet + " \"", answers[0]);
