@@ -75,6 +75,11 @@ void ScriptedHost::run(QList<QByteArray> words)
     QVector<char *> argv;
     for (QByteArray &word : words)
         argv << word.data();
+    // A run replaces the log of the run before.
+    QFile log("log/tap-log.txt");
+    if (QDir().mkpath("log") && log.open(QIODevice::WriteOnly))
+        log.write("the run before\n");
+    log.close();
     // The user's logging rules can do this. main() has to undo it.
     QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, false);
     try {
@@ -147,9 +152,10 @@ bool libtessark::utils::win64Sys()
 
 int libtessark::utils::winVersion(int *major, int *minor)
 {
-    *major = host->majorVersion;
-    *minor = 3;
-    return host->answer("winVersion").answer.result;
+    const Answer answer = host->answer("winVersion").answer;
+    *major = answer.output.section('.', 0, 0).toInt();
+    *minor = answer.output.section('.', 1).toInt();
+    return answer.result;
 }
 
 int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output,

@@ -50,7 +50,6 @@ struct ScriptedHost : WmiHost {
 
     Step script;
     QStringList journal;
-    int majorVersion = 10;
     Line query;         ///< The last WMI query.
     qint64 logSize = 0; ///< How much of the log is in the journal.
     const QTemporaryDir folder;

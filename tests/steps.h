@@ -79,7 +79,7 @@ const auto driver = [](QString operation, Answer answer) {
     if (operation == "remove")
         return entry + devcon("[remove] [tap0901]", answer);
     const QString inf = R"([C:\Program Files//HalvaneRelayKit/driver/win10/x64/OemVista.inf])";
-    return entry + call("winVersion") + logged("debug", "Tap::pathDriver", "Detected OS version 10.3") +
+    return entry + call("winVersion", {0, "10.3"}) + logged("debug", "Tap::pathDriver", "Detected OS version 10.3") +
            devcon((operation == "create" ? "[install] " : "[update] ") + inf + " [tap0901]", answer);
 };
 /// create() succeeds; update() succeeds, or fails.
@@ -138,13 +138,13 @@ const auto counts = [](int before, int now) {
     return noted(QString(R"(old count: "%1", new count: "%2")").arg(before).arg(now));
 };
 /// A poll finds no more interfaces than before create().
-const auto polled = [](int before, int now, Rows rows) { return inventory(rows) + counts(before, now); };
+const auto polled = [](int before, Rows rows) { return inventory(rows) + counts(before, rows.size()); };
 /// A poll finds more interfaces than before create(), with these new ids.
-const auto seen = [](int before, int now, Rows rows, QStringList ids) {
+const auto seen = [](int before, Rows rows, QStringList ids) {
     const QString set = ids.isEmpty() ? "" : '"' + ids.join("\", \"") + '"';
-    return polled(before, now, rows) + noted("new ids: QSet(" + set + ')');
+    return polled(before, rows) + noted("new ids: QSet(" + set + ')');
 };
 /// Two polls find the same new id.
-const auto confirmed = [](int before, int now, Rows rows, QStringList ids) {
-    return seen(before, now, rows, ids) + waited + seen(before, now, rows, ids);
+const auto confirmed = [](int before, Rows rows, QString id) {
+    return seen(before, rows, {id}) + waited + seen(before, rows, {id});
 };
