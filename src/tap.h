@@ -30,8 +30,8 @@ public:
     /// map is empty both when there is no interface and when the inventory could not be read; only the log shows which.
     InterfaceMap readInterfaces();
 
-    /// Install the driver with one new interface; update the driver of all TAP interfaces; remove the driver with all
-    /// of them.
+    /// Install the driver with one new interface; update the driver of all TAP interfaces; remove all TAP interfaces,
+    /// while the driver package stays in the system's driver store.
     int create();
     int update();
     int remove();
