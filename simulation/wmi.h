@@ -46,7 +46,6 @@ IWbemLocator *makeLocator(WmiHost &host);
 BSTR makeVariantText(const wchar_t *text);
 
 /// Whether `result` is a failure: HRESULT has 32 bits, whatever the size of long.
-
 bool failed(HRESULT result);
 
 /// An argument of a call as text. An object of the query appears under its name.
