@@ -71,7 +71,7 @@ run() {
     local place=$folder/$1
     rm -rf "$place" && mkdir "$place"
     export MORDWELL_MACHINE=$place/machine.json
-    cp "$root/simulation/cases/$(value case).json" "$MORDWELL_MACHINE"
+    cp "$root/simulation/cases/$(value case).json" "$MORDWELL_MACHINE" || exit
     "${@:3}" "$(value 'word // "check"')" 2>"$place/stderr"
     echo "exit code: $?" >"$place/outcome"
     # The order of a QSet is random.

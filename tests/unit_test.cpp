@@ -17,6 +17,13 @@
 
 using ZELK::InterfaceMap;
 
+// QVERIFY2 would cut off a long command line, and a function would fail at its own line.
+#define VERIFY_SCRIPT(host)                                                                                            \
+    do {                                                                                                               \
+        if (!(host).difference().isEmpty())                                                                            \
+            QFAIL((host).difference());                                                                                \
+    } while (false)
+
 class UnitTest : public QObject
 {
     Q_OBJECT
@@ -34,13 +41,6 @@ private slots:
 
 namespace
 {
-
-// QVERIFY2 would cut off a long command line.
-void verifyScript(const ScriptedHost &host)
-{
-    if (!host.difference().isEmpty())
-        QFAIL(host.difference());
-}
 
 /// A host whose journal contains every COM call. A call returns what `results` contains for it, or 0.
 struct ComHost : ScriptedHost {
@@ -223,7 +223,7 @@ void UnitTest::scenarios()
     ScriptedHost host(script);
     QVERIFY(QFile(file).open(QIODevice::WriteOnly));
     host.run(words);
-    verifyScript(host);
+    VERIFY_SCRIPT(host);
 }
 
 /// Without a temporary folder, the scratch file has no name. Qt must not log a warning about that.
@@ -233,7 +233,7 @@ void UnitTest::noTemporaryFolder()
     QVERIFY(QFile(R"(C:\Windows\System32\wbem\WMIC.exe)").open(QIODevice::WriteOnly));
     qputenv("TMPDIR", "/dev/null");
     host.run({"list"});
-    verifyScript(host);
+    VERIFY_SCRIPT(host);
 }
 
 /// The text is one line of the log. Its lines end in CR LF, the last one too, and contain each command word.
@@ -245,7 +245,7 @@ void UnitTest::usage()
         host.run({word});
         const QString usage = host.journal.value(5);
         host.journal.removeAll(usage);
-        verifyScript(host);
+        VERIFY_SCRIPT(host);
         const QRegularExpression form(R"(^\[debug\] main\(\): "([^\\]{67}\\r\\n){14}"$)");
         QVERIFY2(form.match(usage).hasMatch(), qPrintable(usage));
         for (const QString &each : words.split(' '))
@@ -264,7 +264,7 @@ void UnitTest::names()
     QCOMPARE(tap.rename(name, "%1"), 0);
     QCOMPARE(tap.enable(name), 0);
     QCOMPARE(tap.disable(""), 0);
-    verifyScript(host);
+    VERIFY_SCRIPT(host);
 }
 
 void UnitTest::failingQuery()
@@ -289,7 +289,7 @@ void UnitTest::failingQuery()
         InterfaceMap interfaces{{"kept", "id"}};
         QCOMPARE(ZELK::readInterfacesProgrammatically(interfaces), 1);
         QCOMPARE(interfaces, (InterfaceMap{{"kept", "id"}}));
-        verifyScript(host);
+        VERIFY_SCRIPT(host);
     }
 }
 
@@ -318,7 +318,7 @@ void UnitTest::rows()
     InterfaceMap interfaces;
     QCOMPARE(ZELK::readInterfacesProgrammatically(interfaces), 0);
     QCOMPARE(interfaces, (InterfaceMap{{" a  b ", ""}, {"", "null BSTR"}, {"same", "late"}}));
-    verifyScript(host);
+    VERIFY_SCRIPT(host);
 }
 
 void UnitTest::paths()
