@@ -29,7 +29,7 @@ const auto started = [](QString word) {
 };
 /// The program waits for one second.
 const Step waited = call("Sleep 1000");
-/// The run succeeds, or fails.
+/// The run succeeds, after its last wait, or fails.
 const Step good = waited + call("exit code 0");
 const Step bad = logged("ERROR", "main") + call("exit code -1");
 
