@@ -249,11 +249,10 @@ int Machine::run(const QString &tool, const QString &arguments, QByteArray &outp
     return 0;
 }
 
-int Machine::find(const QString &nameOrId) const
+int Machine::find(const QString &name) const
 {
-    const auto found = std::find_if(m_interfaces.begin(), m_interfaces.end(), [&](const Interface &each) {
-        return each.name == nameOrId || each.id == nameOrId;
-    });
+    const auto found = std::find_if(m_interfaces.begin(), m_interfaces.end(),
+                                    [&](const Interface &each) { return each.name == name; });
     return found == m_interfaces.end() ? -1 : int(found - m_interfaces.begin());
 }
 
@@ -263,7 +262,8 @@ void Machine::createInterface()
     for (int number = 2; find(name) >= 0; ++number)
         name = QString("Ethernet %1").arg(number);
     QString id = R"(ROOT\NET\0000)";
-    for (int number = 1; find(id) >= 0; ++number)
+    const auto taken = [&](const Interface &each) { return each.id == id; };
+    for (int number = 1; std::any_of(m_interfaces.begin(), m_interfaces.end(), taken); ++number)
         id = QString(R"(ROOT\NET\%1)").arg(number, 4, 10, QChar('0'));
     m_interfaces.append({name, id, true, false, faults()["listNewFromRead"].toInt()});
 }

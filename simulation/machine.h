@@ -45,7 +45,7 @@ public:
 
 private:
     int fault(const QString &tool) const { return faults()["tools"].toObject()[tool].toInt(); }
-    int find(const QString &nameOrId) const; ///< Returns -1 when there is none.
+    int find(const QString &name) const; ///< Returns -1 when there is none.
     void createInterface();
     QVector<Interface> listInterfaces();
     QByteArray inventoryText(const QString &heading, const char *codec);
