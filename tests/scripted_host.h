@@ -3,21 +3,20 @@
 
 #include "wmi.h"
 
-#include <QDateTime>
 #include <QTemporaryDir>
 
 /// What a call returns: a tool's exit code and output, or the result of another call. If the output is null, a command
-/// that is redirected creates no file.
+/// that is redirected creates no file. ExecQuery() also finds rows.
 struct Answer {
-    int result = 0;
+    HRESULT result = 0;
     QString output = {};
+    QVector<WmiRow> rows = {};
 };
 
-/// An expected line of the journal. A call has an answer, the WMI query also has rows.
+/// An expected line of the journal. A call has an answer.
 struct Line {
     QString text;
     Answer answer = {};
-    QVector<WmiRow> rows = {};
 };
 Q_DECLARE_METATYPE(Line)
 
@@ -28,7 +27,7 @@ Step operator*(int count, const Step &step);
 /// Keeps a journal of the calls that the program makes and of the lines that it logs, in their order. Each host has its
 /// own temporary folder, which is the current folder and contains the log. There is one host at a time.
 struct ScriptedHost : WmiHost {
-    explicit ScriptedHost(const Step &expected = {});
+    explicit ScriptedHost(const Step &expected);
     ~ScriptedHost() override;
 
     /// Runs main() with these words on the command line. The journal ends with the exit code and with what should not
@@ -39,19 +38,19 @@ struct ScriptedHost : WmiHost {
     /// empty text if there is none.
     QByteArray difference() const;
 
-    /// Adds a call to the journal, after the lines that the log file contains by now.
-    void record(const QString &call);
+    /// Adds a call to the journal, after the lines that the log file contains by now. Returns the script's answer, or
+    /// success without output if the script has another line there.
+    Answer answer(const QString &call);
 
-    /// Records a call and returns its line of the script. Stops the run if the script has another line there.
-    Line answer(const QString &call);
+    HRESULT comCall(const QString &name, const QString &args) override
+    {
+        return answer(name + '(' + args + ')').result;
+    }
+    QVector<WmiRow> wmiRows() override { return last.rows; }
 
-    HRESULT comCall(const QString &function, const QString &arguments) override;
-    QVector<WmiRow> wmiRows() override { return query.rows; }
-
-    Step script;
+    const Step script;
     QStringList journal;
-    Line query;         ///< The last WMI query.
+    Answer last;
     qint64 logSize = 0; ///< How much of the log is in the journal.
     const QTemporaryDir folder;
-    const QDateTime began = QDateTime::currentDateTime();
 };

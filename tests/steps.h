@@ -4,21 +4,20 @@
 
 #include "scripted_host.h"
 
-using Answers = QVector<Answer>;
 const QString kit = "HalvaneRelayKit";
 
 /// Any line of the journal. If it is a call, it returns `answer`.
 const auto call = [](QString text, Answer answer = {}) -> Step { return {{text, answer}}; };
 /// A log line of any function.
-const auto logged = [](QString level, QString function, QString text = "") -> Step {
-    return {{'[' + level + "] " + function + "(): " + text}};
+const auto logged = [](QString level, QString function, QString text = "") {
+    return call('[' + level + "] " + function + "(): " + text);
 };
 /// A debug line of check().
 const auto noted = [](QString text) { return logged("debug", "Tap::check", text); };
 /// An operation of Tap fails.
 const auto fails = [](QString operation) { return logged("ERROR", "Tap::" + operation); };
 /// An operation of Tap succeeds and logs the output of the tool that it ran.
-const auto output = [](QString operation, QString text) {
+const auto output = [](QString operation, QString text = "") {
     return logged("debug", "Tap::" + operation, '"' + text + '"');
 };
 
@@ -33,26 +32,54 @@ const Step waited = call("Sleep 1000");
 const Step good = waited + call("exit code 0");
 const Step bad = logged("ERROR", "main") + call("exit code -1");
 
-/// Names and ids of interfaces. A null QString is NULL, as with the name of a hidden adapter.
-using Rows = QVector<QPair<QString, QString>>;
-
-/// readInterfaces() gets these interfaces from WMI.
-const auto inventory = [](Rows rows) {
-    const auto value = [](QString text) { return WmiValue{0, VARTYPE(text.isNull() ? VT_NULL : VT_BSTR), text}; };
-    Step step = logged("trace", "Tap::readInterfaces") + call("WMI query");
-    for (const auto &[name, id] : rows) {
-        step[1].rows.append({{"NetConnectionID", value(name)}, {"PNPDeviceID", value(id)}});
-        step += logged("LOG", "readInterfacesProgrammatically", "NetConnectionID : \"" + name + '"') +
-                logged("LOG", "readInterfacesProgrammatically", "PNPDeviceID : \"" + id + '"');
-    }
-    return step;
+/// A property of a row of the WMI query: a text, NULL, or nothing that can be used.
+struct Value : WmiValue {
+    Value(const QString &string) : WmiValue{0, VT_BSTR, string} {}
+    Value(const char *string) : Value(QString(string)) {}
+    Value(VARTYPE vartype, HRESULT code = 0) : WmiValue{code, vartype, {}} {}
 };
-/// readInterfaces() gets nothing from WMI: the query fails with RPC_E_TOO_LATE. A step for one of the commands has to
-/// follow.
-const Step noInventory =
-    logged("trace", "Tap::readInterfaces") + call("WMI query", {-2147417831}) +
-    logged("ERROR", "readInterfacesProgrammatically", "Failed to initialize security. Error code = -2147417831") +
-    logged("ERROR", "Tap::readInterfaces", "Failed to read interfaces programmatically");
+/// The name or id of a hidden adapter.
+const Value hidden(VT_NULL);
+/// Names and ids of interfaces.
+using Rows = QVector<std::pair<Value, Value>>;
+
+/// The calls of the query until it reads rows. Of these, S_FALSE is a success.
+const Step query = call("CoInitializeEx(null, 0)", {1}) +
+                   call("CoInitializeSecurity(null, -1, null, null, 0, 3, null, 0, null)") +
+                   call("CoCreateInstance(4590f811, null, 1, dc12a687)") + call("SysAllocString()") +
+                   call("ConnectServer(ROOT\\CIMV2, null, null, null, 0, null, null)") + call("SysFreeString()") +
+                   call("CoSetProxyBlanket(services, 10, 0, null, 3, 3, null, 0)") + 2 * call("SysAllocString()") +
+                   call("ExecQuery(WQL, SELECT NetConnectionID, PNPDeviceID FROM Win32_NetworkAdapter "
+                        "WHERE Description = 'TAP-Windows Adapter V9', 48, null)") +
+                   2 * call("SysFreeString()");
+const auto property = [](QString name, Value value) {
+    return call("Get(" + name + ", 0, null, null)") +
+           logged("LOG", "readInterfacesProgrammatically", name + " : \"" + value.text + '"') + call("VariantClear()");
+};
+/// readInterfaces() gets these interfaces from WMI. A failing Next() ends them, as a good one does.
+const auto inventory = [](Rows rows) {
+    Step step = logged("trace", "Tap::readInterfaces") + query;
+    for (const auto &[name, id] : rows) {
+        step[10].answer.rows.append({{"NetConnectionID", name}, {"PNPDeviceID", id}}); // ExecQuery()
+        step += call("Next(-1, 1)") + property("NetConnectionID", name) + property("PNPDeviceID", id) +
+                call("Release(row)");
+    }
+    return step + call("Next(-1, 1)", {0x80041001L}) + call("Release(services)") + call("Release(locator)") +
+           call("Release(enumerator)") + call("CoUninitialize()");
+};
+/// readInterfaces() gets nothing from WMI: this function fails, and the query makes no call after the first `calls`
+/// except the last of its releases. A step for one of the commands has to follow.
+const auto queryFails = [](QString function, int calls, QString text, int releases) {
+    Step step = query.mid(0, calls);
+    // As the published headers write the code, which is negative only where long has 32 bits.
+    for (Line &line : step)
+        line.answer.result = line.text.startsWith(function) ? 0x80041003L : 0;
+    const Step released = call("Release(services)") + call("Release(locator)") + call("CoUninitialize()");
+    return logged("trace", "Tap::readInterfaces") + step +
+           logged("ERROR", "readInterfacesProgrammatically", text + "-2147217405") + released.mid(3 - releases) +
+           logged("ERROR", "Tap::readInterfaces", "Failed to read interfaces programmatically");
+};
+const Step noInventory = queryFails("CoInitializeSecurity", 2, "Failed to initialize security. Error code = ", 1);
 
 /// The commands that write the inventory into the scratch file.
 const QString wmic =
@@ -65,7 +92,8 @@ const QString powershell =
 const auto found = [](Rows rows) {
     Step step = logged("debug", "Tap::readInterfaces", "Reading interfaces");
     for (const auto &[name, id] : rows)
-        step += logged("debug", "Tap::readInterfaces", "Found device name: \"" + name + "\", id: \"" + id + '"');
+        step +=
+            logged("debug", "Tap::readInterfaces", "Found device name: \"" + name.text + "\", id: \"" + id.text + '"');
     return step;
 };
 
@@ -83,39 +111,37 @@ const auto driver = [](QString operation, Answer answer) {
            devcon((operation == "create" ? "[install] " : "[update] ") + inf + " [tap0901]", answer);
 };
 /// create() succeeds; update() succeeds, or fails.
-const Step created = driver("create", {}) + output("create", "");
-const Step updated = driver("update", {}) + output("update", "");
+const Step created = driver("create", {}) + output("create");
+const Step updated = driver("update", {}) + output("update");
 const Step updateFailed = driver("update", {2, "lost"}) + fails("update");
 
 /// enable(), disable() or rename() runs powershell and, if there is a second answer, netsh. A step for the outcome has
 /// to follow.
-const auto adapterTries = [](QString operation, QString purpose, QString cmdlet, QString netsh, Answers answers) {
-    Step step = logged("trace", "Tap::" + operation) +
-                call("cmd /c powershell -NonInteractive -Command  \"" + cmdlet + " \"", answers[0]);
-    if (answers.size() == 2)
-        step += logged("ERROR", "Tap::" + operation, "Failed to " + purpose + " using powershell, trying netsh...") +
-                call("netsh.exe interface set interface " + netsh, answers[1]);
-    return step;
-};
-const auto toggleTries = [](QString operation, Answers answers, QString name = kit) {
-    const QString verb = operation == "enable" ? "Enable" : "Disable";
-    return adapterTries(operation, operation + " interface", verb + "-NetAdapter -Name '" + name + "' -Confirm:$False",
-                        "name='" + name + "' admin=" + verb.toUpper() + 'D', answers);
-};
-const auto renameTries = [](QString from, QString to, Answers answers) {
-    return adapterTries("rename", "rename", "Rename-NetAdapter -Name '" + from + "' -NewName '" + to + '\'',
-                        "name='" + from + "' newname='" + to + '\'', answers);
+const auto tries = [](QString operation, QVector<Answer> answers, QString name = kit, QString newName = {}) {
+    const bool isRename = operation == "rename";
+    const QString verb = operation[0].toUpper() + operation.mid(1);
+    const QString option = isRename ? "-NewName '" + newName + '\'' : "-Confirm:$False";
+    const QString change = isRename ? "newname='" + newName + '\'' : "admin=" + verb.toUpper() + 'D';
+    const QString purpose = isRename ? "rename" : operation + " interface";
+    const Step first =
+        logged("trace", "Tap::" + operation) + call("cmd /c powershell -NonInteractive -Command  \"" + verb +
+                                                        "-NetAdapter -Name '" + name + "' " + option + " \"",
+                                                    answers[0]);
+    if (answers.size() == 1)
+        return first;
+    return first + logged("ERROR", "Tap::" + operation, "Failed to " + purpose + " using powershell, trying netsh...") +
+           call("netsh.exe interface set interface name='" + name + "' " + change, answers[1]);
 };
 /// rename() succeeds, or fails.
-const auto renamed = [](QString from, QString to) { return renameTries(from, to, {{}}) + output("rename", ""); };
+const auto renamed = [](QString from, QString to) { return tries("rename", {{}}, from, to) + output("rename"); };
 const auto renameFailed = [](QString from, QString to) {
-    return renameTries(from, to, {{2, "lost"}, {-1, "lost"}}) + fails("rename");
+    return tries("rename", {{2, "lost"}, {-1, "lost"}}, from, to) + fails("rename");
 };
 /// check() disables the interface in the end, and the run succeeds.
-const Step disabled = toggleTries("disable", {{}}) + output("disable", "") + good;
+const Step disabled = tries("disable", {{}}) + output("disable") + good;
 
 /// check() starts. `firstRead` is how the first inventory is read.
-const auto checking = [](Step firstRead) { return started("check") + logged("trace", "Tap::check") + firstRead; };
+const auto checking = [](Step firstRead) { return logged("trace", "Tap::check") + firstRead; };
 /// check() up to the second inventory, with a successful update between the two.
 const auto update = [](Rows before, Rows after) { return checking(inventory(before)) + updated + inventory(after); };
 /// check() on a machine without interfaces, up to create().
@@ -139,11 +165,12 @@ const auto counts = [](int before, int now) {
 };
 /// A poll finds no more interfaces than before create().
 const auto polled = [](int before, Rows rows) { return inventory(rows) + counts(before, rows.size()); };
-/// A poll finds more interfaces than before create(), with these new ids.
-const auto seen = [](int before, Rows rows, QStringList ids) {
-    const QString set = ids.isEmpty() ? "" : '"' + ids.join("\", \"") + '"';
-    return polled(before, rows) + noted("new ids: QSet(" + set + ')');
+/// A poll finds new ids, here in the order of a QSet.
+const auto newIds = [](QStringList ids) {
+    return noted("new ids: QSet(" + (ids.isEmpty() ? "" : '"' + ids.join("\", \"") + '"') + ')');
 };
+/// A poll finds more interfaces than before create(), with these new ids.
+const auto seen = [](int before, Rows rows, QStringList ids) { return polled(before, rows) + newIds(ids); };
 /// Two polls find the same new id.
 const auto confirmed = [](int before, Rows rows, QString id) {
     return seen(before, rows, {id}) + waited + seen(before, rows, {id});
