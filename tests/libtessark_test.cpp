@@ -24,8 +24,7 @@ void compare(const QString &what, const QString &actual, const QString &expected
 {
     if (actual == expected)
         return;
-    std::printf("FAIL: %s\n    actual:   %.300s\n    expected: %.300s\n", qPrintable(what), qPrintable(actual),
-                qPrintable(expected));
+    qInfo().noquote() << "FAIL:" << what << "\n    actual:  " << actual << "\n    expected:" << expected;
     ++failures;
 }
 
@@ -61,17 +60,6 @@ QString executeSync(const QString &line)
     return QString::number(exitCode) + " " + output;
 }
 
-/// Records the error modes that this process has while it runs. A child inherits the mode of its start from Windows,
-/// but not from Wine, so it cannot report it everywhere.
-struct Watcher : QThread {
-    void run() override
-    {
-        for (; !isInterruptionRequested(); modes.removeDuplicates())
-            modes << QString::number(GetErrorMode(), 16);
-    }
-    QStringList modes;
-};
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -83,8 +71,13 @@ int main(int argc, char **argv)
     qputenv("QT_LOGGING_RULES", "*.debug=true");
     const QString self = QCoreApplication(argc, argv).applicationFilePath();
     SetErrorMode(0);
-    Watcher watcher;
-    watcher.start();
+    // A child inherits the error mode of its start from Windows, but not from Wine, so it cannot report it everywhere.
+    QStringList modes;
+    const QScopedPointer<QThread> watcher(QThread::create([&modes] {
+        for (; !QThread::currentThread()->isInterruptionRequested(); modes.removeDuplicates())
+            modes << QString::number(GetErrorMode(), 16);
+    }));
+    watcher->start();
 
     // As far as the system's code page contains it.
     const QString umlaut = QString::fromLocal8Bit(QString("ä").toLocal8Bit());
@@ -99,10 +92,10 @@ int main(int argc, char **argv)
     compare("1 is a failure", execute(self, {"1"}, false), "1 ");
     compare("2 is a failure", execute(self, {"2"}), "2 ");
     // Ended here, since Qt's functions for files change the mode too.
-    watcher.requestInterruption();
-    watcher.wait();
-    watcher.modes.sort();
-    compare("error modes", watcher.modes.join(' ') + "; " + QString::number(GetErrorMode(), 16), "0 2 8001 8003; 2");
+    watcher->requestInterruption();
+    watcher->wait();
+    modes.sort();
+    compare("error modes", modes.join(' ') + "; " + QString::number(GetErrorMode(), 16), "0 2 8001 8003; 2");
 
     // Without the rule for paths, most of these would start, some from any folder or server.
     const QTemporaryDir folder(QDir::tempPath() + "/ä XXXXXX");
@@ -134,8 +127,9 @@ int main(int argc, char **argv)
 
     int major = -1;
     int minor = -1;
-    compare("the version is known", QString::number(libtessark::utils::winVersion(&major, &minor)), "0");
-    compare("version", QString("%1.%2").arg(major).arg(minor), QSysInfo::kernelVersion().section('.', 0, 1));
+    const int result = libtessark::utils::winVersion(&major, &minor);
+    compare("version", QString("%1 %2.%3").arg(result).arg(major).arg(minor),
+            "0 " + QSysInfo::kernelVersion().section('.', 0, 1));
     // The package for each architecture is tested on a system of the same one.
     compare("bitness", libtessark::utils::win64Sys() ? "64" : "32", QString::number(QSysInfo::WordSize));
     compare("log folder", libtessark::getCommonLogDir(""), qgetenv("ProgramData") + "/HalvaneRelayKit/log");

@@ -5,6 +5,8 @@
 #include <QDir>
 #include <QLoggingCategory>
 #include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
 #include <QTextCodec>
 
 #include <algorithm>
@@ -13,8 +15,6 @@ int mordwellMain(int argc, char **argv);
 
 namespace
 {
-
-ScriptedHost *host = nullptr;
 
 /// Returns a log line without date, thread, package, file, namespace and source line, and with USAGE for the usage
 /// text. Returns the whole line if one of these is wrong.
@@ -38,6 +38,36 @@ QString shortened(const QString &line)
     return level + ' ' + match.captured(3) + ' ' + match.captured(5).replace(usage, "USAGE");
 }
 
+struct ScriptedHost : WmiHost {
+    explicit ScriptedHost(const Step &lines) : script(lines) { wmiHost = this; }
+
+    /// Adds the lines that the log file contains by now and a call to the journal. Returns the script's answer, or
+    /// success without output if the script has another line there.
+    Answer answer(const QString &call)
+    {
+        QFile log("log/tap-log.txt");
+        if (log.open(QIODevice::ReadOnly))
+            log.seek(logSize);
+        while (!log.atEnd())
+            journal << shortened(QString::fromUtf8(log.readLine()).chopped(1));
+        logSize = log.size();
+        const Line line = script.value(journal.size());
+        journal << call;
+        return last = line.text == call ? line.answer : Answer();
+    }
+    HRESULT comCall(const QString &function, const QString &arguments) override
+    {
+        return answer(function + '(' + arguments + ')').result;
+    }
+    QVector<WmiRow> wmiRows() override { return last.rows; }
+
+    const Step script;
+    QStringList journal;
+    Answer last;
+    qint64 logSize = 0; ///< How much of the log is in the journal.
+};
+ScriptedHost *host = nullptr;
+
 } // namespace
 
 Step operator*(int count, const Step &step)
@@ -45,12 +75,13 @@ Step operator*(int count, const Step &step)
     return count == 0 ? Step() : step + (count - 1) * step;
 }
 
-ScriptedHost::ScriptedHost(const Step &expected) : script(expected)
+void verifyScript(const Step &script, const std::function<void()> &test)
 {
-    host = this;
-    wmiHost = this;
+    ScriptedHost scripted(script);
+    host = &scripted;
+    const QTemporaryDir folder;
     QDir::setCurrent(folder.path());
-    qputenv("TMPDIR", QFile::encodeName(folder.path()));
+    qputenv("TMPDIR", QFile::encodeName(folder.filePath("tmp")));
     qputenv("ProgramFiles", R"(C:\Program Files)");
     // The locale's encoding may lack characters of the tests.
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
@@ -60,59 +91,42 @@ ScriptedHost::ScriptedHost(const Step &expected) : script(expected)
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &line) {
         host->journal << (logFile.isOpen() ? "not in the log: " : "") + shortened(line);
     });
-}
-
-ScriptedHost::~ScriptedHost()
-{
+    test();
     qInstallMessageHandler(nullptr);
     qunsetenv("TMPDIR");
+
+    QStringList expected;
+    for (const Line &line : script)
+        expected << line.text;
+    const QStringList &actual = host->journal;
+    const auto different = std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end()).first;
+    const int at = different - expected.begin();
+    const auto lines = [](const QStringList &list) { return "\n    " + list.join("\n    "); };
+    // QVERIFY2 would cut off a long command line.
+    if (actual != expected)
+        QFAIL(qPrintable("calls and log lines differ from the script after" +
+                         lines(expected.mid(qMax(0, at - 3), qMin(3, at))) +
+                         "\n  expected:" + lines(expected.mid(at, 4)) + "\n  actual:" + lines(actual.mid(at, 4))));
 }
 
-void ScriptedHost::run(QList<QByteArray> words)
+void runMain(QList<QByteArray> words)
 {
     words.prepend("Mordwell");
     QVector<char *> argv;
     for (QByteArray &word : words)
         argv << word.data();
+    QDir().mkdir("tmp");
     // A run replaces the log of the run before.
     QFile log("log/tap-log.txt");
-    if (QDir().mkpath("log") && log.open(QIODevice::WriteOnly))
+    if (QDir().mkdir("log") && log.open(QIODevice::WriteOnly))
         log.write("the run before\n");
     log.close();
     // The user's logging rules can do this. main() has to undo it.
     QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, false);
     const int exitCode = mordwellMain(argv.size(), argv.data());
-    answer(QString("exit code %1").arg(exitCode) + (logFile.isOpen() ? " with the log open" : ""));
-    if (!QDir().entryList({"qt_temp*"}).isEmpty())
-        journal << "a scratch file is left";
-}
-
-QByteArray ScriptedHost::difference() const
-{
-    QStringList expected;
-    for (const Line &line : script)
-        expected << line.text;
-    if (journal == expected)
-        return {};
-    const auto difference = std::mismatch(expected.begin(), expected.end(), journal.begin(), journal.end());
-    const int at = difference.first - expected.begin();
-    const auto lines = [](const QStringList &list) { return "\n    " + list.join("\n    "); };
-    return ("calls and log lines differ from the script after" + lines(expected.mid(qMax(0, at - 3), qMin(3, at))) +
-            "\n  expected:" + lines(expected.mid(at, 4)) + "\n  actual:" + lines(journal.mid(at, 4)))
-        .toLocal8Bit();
-}
-
-Answer ScriptedHost::answer(const QString &call)
-{
-    QFile log("log/tap-log.txt");
-    if (log.open(QIODevice::ReadOnly))
-        log.seek(logSize);
-    while (!log.atEnd())
-        journal << shortened(QString::fromUtf8(log.readLine()).chopped(1));
-    logSize = log.size();
-    const Line line = script.value(journal.size());
-    journal << call;
-    return last = line.text == call ? line.answer : Answer();
+    host->answer(QString("exit code %1").arg(exitCode) + (logFile.isOpen() ? " with the log open" : ""));
+    if (!QDir("tmp").entryList(QDir::Files).isEmpty())
+        host->journal << "a scratch file is left";
 }
 
 QString libtessark::getCommonLogDir(QString subdir)

@@ -3,7 +3,9 @@
 
 #include "wmi.h"
 
-#include <QTemporaryDir>
+#include <QMetaType>
+
+#include <functional>
 
 /// What a call returns: a tool's exit code and output, or the result of another call. If the output is null, a command
 /// that is redirected creates no file. ExecQuery() also finds rows.
@@ -24,33 +26,11 @@ Q_DECLARE_METATYPE(Line)
 using Step = QVector<Line>;
 Step operator*(int count, const Step &step);
 
-/// Keeps a journal of the calls that the program makes and of the lines that it logs, in their order. Each host has its
-/// own temporary folder, which is the current folder and contains the log. There is one host at a time.
-struct ScriptedHost : WmiHost {
-    explicit ScriptedHost(const Step &expected);
-    ~ScriptedHost() override;
+/// Performs the test in an empty temporary folder. The fake host keeps a journal of the calls that the program makes
+/// and of the lines that it logs, in their order. Fails the running test if the journal differs from the script: prints
+/// the first difference, with three lines of context.
+void verifyScript(const Step &script, const std::function<void()> &test);
 
-    /// Runs main() with these words on the command line. The journal ends with the exit code and with what should not
-    /// have been left behind.
-    void run(QList<QByteArray> words);
-
-    /// Describes the first difference between the script and the journal, with three lines of context. Returns an
-    /// empty text if there is none.
-    QByteArray difference() const;
-
-    /// Adds a call to the journal, after the lines that the log file contains by now. Returns the script's answer, or
-    /// success without output if the script has another line there.
-    Answer answer(const QString &call);
-
-    HRESULT comCall(const QString &name, const QString &args) override
-    {
-        return answer(name + '(' + args + ')').result;
-    }
-    QVector<WmiRow> wmiRows() override { return last.rows; }
-
-    const Step script;
-    QStringList journal;
-    Answer last;
-    qint64 logSize = 0; ///< How much of the log is in the journal.
-    const QTemporaryDir folder;
-};
+/// Runs main() with these words on the command line; only a test of verifyScript() may call it. The journal ends with
+/// the exit code and with what should not have been left behind.
+void runMain(QList<QByteArray> words);

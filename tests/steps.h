@@ -122,15 +122,16 @@ const auto tries = [](QString operation, QVector<Answer> answers, QString name =
     const QString verb = operation[0].toUpper() + operation.mid(1);
     const QString option = isRename ? "-NewName '" + newName + '\'' : "-Confirm:$False";
     const QString change = isRename ? "newname='" + newName + '\'' : "admin=" + verb.toUpper() + 'D';
-    const QString purpose = isRename ? "rename" : operation + " interface";
-    const Step first =
-        logged("trace", "Tap::" + operation) + call("cmd /c powershell -NonInteractive -Command  \"" + verb +
-                                                        "-NetAdapter -Name '" + name + "' " + option + " \"",
-                                                    answers[0]);
-    if (answers.size() == 1)
-        return first;
-    return first + logged("ERROR", "Tap::" + operation, "Failed to " + purpose + " using powershell, trying netsh...") +
-           call("netsh.exe interface set interface name='" + name + "' " + change, answers[1]);
+    Step step = logged("trace", "Tap::" + operation);
+    step += call(
+        QString("cmd /c powershell -NonInteractive -Command  \"%1-NetAdapter -Name '%2' %3 \"").arg(verb, name, option),
+        answers[0]);
+    if (answers.size() == 2)
+        step +=
+            logged("ERROR", "Tap::" + operation,
+                   "Failed to " + operation + (isRename ? "" : " interface") + " using powershell, trying netsh...") +
+            call("netsh.exe interface set interface name='" + name + "' " + change, answers[1]);
+    return step;
 };
 /// rename() succeeds, or fails.
 const auto renamed = [](QString from, QString to) { return tries("rename", {{}}, from, to) + output("rename"); };
