@@ -21,21 +21,16 @@ namespace
 QString shortened(const QString &line)
 {
     static const QRegularExpression form(R"(^([^[]+) \[0x[1-9a-f][0-9a-f]*\] (\[\w+\]) \[Halvane Relay Kit:\.\\)"
-                                         R"((?:main:(?=main)|tap:ZELK::)([\w:]+\(\):)(\d+)\] (.*)$)");
+                                         R"((?:main:(?=main)|tap:ZELK::)([\w:]+\(\):)[1-9]\d+\] (.*)$)");
     // 14 lines of 67 characters, each with its line end, that contain all command words.
     static const QRegularExpression usage(
         R"(^"(?=.*  help .* list .* update .* create .* enable .* disable .* check .* remove \| removeAll )"
         R"(.* removeInterface )([^\\]{67}\\r\\n){14}"$)");
     const auto match = form.match(line);
-    // No two statements share a source line, so each source line has one level.
-    static QMap<QString, QString> levels;
-    QString &level = levels[match.captured(3) + match.captured(4)];
-    if (level.isEmpty())
-        level = match.captured(2);
     const auto time = QDateTime::fromString(match.captured(1));
-    if (!time.isValid() || time.secsTo(QDateTime::currentDateTime()) > 60 || level != match.captured(2))
+    if (!time.isValid() || time.secsTo(QDateTime::currentDateTime()) > 60)
         return line;
-    return level + ' ' + match.captured(3) + ' ' + match.captured(5).replace(usage, "USAGE");
+    return match.captured(2) + ' ' + match.captured(3) + ' ' + match.captured(4).replace(usage, "USAGE");
 }
 
 struct ScriptedHost : WmiHost {
