@@ -16,14 +16,14 @@ int mordwellMain(int argc, char **argv);
 namespace
 {
 
-/// Returns a log line without date, thread, package, file, namespace and source line, and with USAGE for the usage
-/// text. Returns the whole line if one of these is wrong.
+/// Returns a log line without date, thread, package, file, namespace, class and source line, and with USAGE for the
+/// usage text. Returns the whole line if one of these is wrong.
 QString shortened(const QString &line)
 {
     // The names of day and month are in the system's language.
     static const QRegularExpression prefix(
         R"(^[^[]+ \d+ [\d:]{8} 20\d\d \[0x[1-9a-f][0-9a-f]*\] (\[\w+\]) \[Halvane Relay Kit:\.\\)"
-        R"((?:main:(?=main)|tap:ZELK::)([\w:]+\(\):)[1-9]\d+\] )");
+        R"((?:main:(?=main)|tap:ZELK::(?:(?=readInterfacesP)|Tap::(?!readInterfacesP)))(\w+\(\):)[1-9]\d+\] )");
     // 14 lines of 67 characters, each with its line end, that contain all command words.
     static const QRegularExpression usage(
         R"("(?=.*  help .* list .* update .* create .* enable .* disable .* check .* remove \| removeAll )"
@@ -91,15 +91,15 @@ void verifyScript(const Step &script, const std::function<void()> &test)
     QStringList expected;
     for (const Line &line : script)
         expected << line.text;
-    const QStringList &actual = host->journal;
-    const auto different = std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end()).first;
+    const auto &journal = host->journal;
+    const auto different = std::mismatch(expected.begin(), expected.end(), journal.begin(), journal.end()).first;
     const int at = different - expected.begin();
     const auto lines = [](const QStringList &list) { return "\n    " + list.join("\n    "); };
+    const QString text = "calls and log lines differ from the script after%1\n  expected:%2\n  actual:%3";
     // QVERIFY2 would cut off a long command line.
-    if (actual != expected)
-        QFAIL(qPrintable("calls and log lines differ from the script after" +
-                         lines(expected.mid(qMax(0, at - 3), qMin(3, at))) +
-                         "\n  expected:" + lines(expected.mid(at, 4)) + "\n  actual:" + lines(actual.mid(at, 4))));
+    if (journal != expected)
+        QFAIL(qPrintable(text.arg(lines(expected.mid(qMax(0, at - 3), qMin(3, at))), lines(expected.mid(at, 4)),
+                                  lines(journal.mid(at, 4)))));
 }
 
 void runMain(QList<QByteArray> words)
@@ -124,7 +124,6 @@ void runMain(QList<QByteArray> words)
 
 QString libtessark::getCommonLogDir(QString subdir)
 {
-    host->journal << "getCommonLogDir(" + subdir + ')';
     return "log" + subdir;
 }
 
@@ -138,7 +137,7 @@ int libtessark::utils::winVersion(int *major, int *minor)
     const Answer answer = host->answer("winVersion");
     *major = answer.output.section('.', 0, 0).toInt();
     *minor = answer.output.section('.', 1).toInt();
-    return answer.result;
+    return int(answer.result);
 }
 
 int libtessark::utils::execute(const QString &program, const QStringList &arguments, QString &output,
@@ -146,7 +145,7 @@ int libtessark::utils::execute(const QString &program, const QStringList &argume
 {
     const Answer answer = host->answer(program + " [" + arguments.join("] [") + ']');
     output = answer.output;
-    return oneMeansRestart && answer.result == 1 ? 0 : answer.result;
+    return oneMeansRestart && answer.result == 1 ? 0 : int(answer.result);
 }
 
 int libtessark::utils::executeSync(const QString &commandLine, QByteArray *output, QByteArray *)
@@ -163,7 +162,7 @@ int libtessark::utils::executeSync(const QString &commandLine, QByteArray *outpu
     *output += commandLine.contains('>') ? utf16("a warning\nof two lines") : answer.output.toLatin1();
     if (!scratch.fileName().isEmpty() && !answer.output.isNull() && scratch.open(QIODevice::WriteOnly))
         scratch.write(utf16(answer.output));
-    return answer.result;
+    return int(answer.result);
 }
 
 void Sleep(DWORD milliseconds)

@@ -13,18 +13,15 @@ const auto logged = [](QString level, QString function, QString text = "") {
     return call('[' + level + "] " + function + "(): " + text);
 };
 /// A debug line of check().
-const auto noted = [](QString text) { return logged("debug", "Tap::check", text); };
-/// An operation of Tap fails.
-const auto fails = [](QString operation) { return logged("ERROR", "Tap::" + operation); };
+const auto noted = [](QString text) { return logged("debug", "check", text); };
+/// An operation of Tap fails, or one of its steps does.
+const auto fails = [](QString operation, QString text = "") { return logged("ERROR", operation, text); };
 /// An operation of Tap succeeds and logs the output of the tool that it ran.
-const auto output = [](QString operation, QString text = "") {
-    return logged("debug", "Tap::" + operation, '"' + text + '"');
-};
+const auto output = [](QString name, QString text = "") { return logged("debug", name, '"' + text + '"'); };
 
 /// main() opens the log and logs the command word.
 const auto started = [](QString word) {
-    return 3 * call("getCommonLogDir()") + call(R"(not in the log: Logging to: "log/tap-log.txt")") +
-           logged("debug", "main", "arg: '" + word + "'");
+    return call(R"(not in the log: Logging to: "log/tap-log.txt")") + logged("debug", "main", "arg: '" + word + "'");
 };
 /// The program waits for one second.
 const Step waited = call("Sleep 1000");
@@ -57,8 +54,8 @@ const auto property = [](QString name, Value value) {
            logged("LOG", "readInterfacesProgrammatically", name + " : \"" + value.text + '"') + call("VariantClear()");
 };
 /// readInterfaces() gets these interfaces from WMI. A failing Next() ends them, as a good one does.
-const auto inventory = [](Rows rows) {
-    Step step = logged("trace", "Tap::readInterfaces") + query;
+const auto wmi = [](Rows rows) {
+    Step step = logged("trace", "readInterfaces") + query;
     for (const auto &[name, id] : rows) {
         step[10].answer.rows.append({{"NetConnectionID", name}, {"PNPDeviceID", id}}); // ExecQuery()
         step += call("Next(-1, 1)") + property("NetConnectionID", name) + property("PNPDeviceID", id) +
@@ -75,11 +72,11 @@ const auto queryFails = [](QString function, int calls, QString text, int releas
     for (Line &line : step)
         line.answer.result = line.text.startsWith(function) ? 0x80041003L : 0;
     const Step released = call("Release(services)") + call("Release(locator)") + call("CoUninitialize()");
-    return logged("trace", "Tap::readInterfaces") + step +
+    return logged("trace", "readInterfaces") + step +
            logged("ERROR", "readInterfacesProgrammatically", text + "-2147217405") + released.mid(3 - releases) +
-           logged("ERROR", "Tap::readInterfaces", "Failed to read interfaces programmatically");
+           fails("readInterfaces", "Failed to read interfaces programmatically");
 };
-const Step noInventory = queryFails("CoInitializeSecurity", 2, "Failed to initialize security. Error code = ", 1);
+const Step noWmi = queryFails("CoInitializeSecurity", 2, "Failed to initialize security. Error code = ", 1);
 
 /// The commands that write the inventory into the scratch file.
 const QString wmic =
@@ -90,10 +87,11 @@ const QString powershell =
     R"(-Property  'NetConnectionID', 'PNPDeviceID' } "> "SCRATCH" )";
 /// readInterfaces() finds these interfaces in the scratch file.
 const auto found = [](Rows rows) {
-    Step step = logged("debug", "Tap::readInterfaces", "Reading interfaces");
-    for (const auto &[name, id] : rows)
-        step +=
-            logged("debug", "Tap::readInterfaces", "Found device name: \"" + name.text + "\", id: \"" + id.text + '"');
+    Step step = logged("debug", "readInterfaces", "Reading interfaces");
+    for (const auto &[name, id] : rows) {
+        const QString text = "Found device name: \"" + name.text + "\", id: \"" + id.text + '"';
+        step += logged("debug", "readInterfaces", text);
+    }
     return step;
 };
 
@@ -103,11 +101,11 @@ const auto devcon = [](QString arguments, Answer answer) {
 };
 /// create(), update() or remove() runs the device console tool. A step for the outcome has to follow.
 const auto driver = [](QString operation, Answer answer) {
-    const Step entry = logged("trace", "Tap::" + operation);
+    const Step entry = logged("trace", operation);
     if (operation == "remove")
         return entry + devcon("[remove] [tap0901]", answer);
     const QString inf = R"([C:\Program Files//HalvaneRelayKit/driver/win10/x64/OemVista.inf])";
-    return entry + call("winVersion", {0, "10.3"}) + logged("debug", "Tap::pathDriver", "Detected OS version 10.3") +
+    return entry + call("winVersion", {0, "10.3"}) + logged("debug", "pathDriver", "Detected OS version 10.3") +
            devcon((operation == "create" ? "[install] " : "[update] ") + inf + " [tap0901]", answer);
 };
 /// create() succeeds; update() succeeds, or fails.
@@ -122,15 +120,12 @@ const auto tries = [](QString operation, QVector<Answer> answers, QString name =
     const QString verb = operation[0].toUpper() + operation.mid(1);
     const QString option = isRename ? "-NewName '" + newName + '\'' : "-Confirm:$False";
     const QString change = isRename ? "newname='" + newName + '\'' : "admin=" + verb.toUpper() + 'D';
-    Step step = logged("trace", "Tap::" + operation);
-    step += call(
-        QString("cmd /c powershell -NonInteractive -Command  \"%1-NetAdapter -Name '%2' %3 \"").arg(verb, name, option),
-        answers[0]);
+    const QString purpose = isRename ? operation : operation + " interface";
+    const QString line = "cmd /c powershell -NonInteractive -Command  \"" + verb + "-NetAdapter -Name '" + name + "' ";
+    Step step = logged("trace", operation) + call(line + option + " \"", answers[0]);
     if (answers.size() == 2)
-        step +=
-            logged("ERROR", "Tap::" + operation,
-                   "Failed to " + operation + (isRename ? "" : " interface") + " using powershell, trying netsh...") +
-            call("netsh.exe interface set interface name='" + name + "' " + change, answers[1]);
+        step += fails(operation, "Failed to " + purpose + " using powershell, trying netsh...") +
+                call("netsh.exe interface set interface name='" + name + "' " + change, answers[1]);
     return step;
 };
 /// rename() succeeds, or fails.
@@ -142,22 +137,18 @@ const auto renameFailed = [](QString from, QString to) {
 const Step disabled = tries("disable", {{}}) + output("disable") + good;
 
 /// check() starts. `firstRead` is how the first inventory is read.
-const auto checking = [](Step firstRead) { return logged("trace", "Tap::check") + firstRead; };
+const auto checking = [](Step firstRead) { return logged("trace", "check") + firstRead; };
 /// check() up to the second inventory, with a successful update between the two.
-const auto update = [](Rows before, Rows after) { return checking(inventory(before)) + updated + inventory(after); };
+const auto update = [](Rows before, Rows after) { return checking(wmi(before)) + updated + wmi(after); };
 /// check() on a machine without interfaces, up to create().
-const Step none = checking(inventory({})) + noted("No tap interfaces/drivers detected");
+const Step none = checking(wmi({})) + noted("No tap interfaces/drivers detected");
 /// check() ends on a machine that had the interface already.
 const Step present = noted("Tap interface already present") + disabled;
 
-/// check() notices that the update renamed an interface.
-const auto nameLost = [](QString name, QString id, QString newName) {
-    return noted(
-        QString(R"(Rename required! Old key: "%1" old val: "%2" new key: "%3" new val: "%2")").arg(name, id, newName));
-};
 /// check() notices that the update renamed an interface, and restores the name.
 const auto restored = [](QString name, QString id, QString newName) {
-    return nameLost(name, id, newName) + renamed(newName, name);
+    const QString text = R"(Rename required! Old key: "%1" old val: "%2" new key: "%3" new val: "%2")";
+    return noted(text.arg(name, id, newName)) + renamed(newName, name);
 };
 
 /// A poll compares the number of interfaces before create() and now.
@@ -165,7 +156,7 @@ const auto counts = [](int before, int now) {
     return noted(QString(R"(old count: "%1", new count: "%2")").arg(before).arg(now));
 };
 /// A poll finds no more interfaces than before create().
-const auto polled = [](int before, Rows rows) { return inventory(rows) + counts(before, rows.size()); };
+const auto polled = [](int before, Rows rows) { return wmi(rows) + counts(before, rows.size()); };
 /// A poll finds new ids, here in the order of a QSet.
 const auto newIds = [](QStringList ids) {
     return noted("new ids: QSet(" + (ids.isEmpty() ? "" : '"' + ids.join("\", \"") + '"') + ')');
