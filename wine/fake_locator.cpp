@@ -45,7 +45,7 @@ struct Server : WmiHost, IClassFactory, IClientSecurity {
     HRESULT STDMETHODCALLTYPE CopyProxy(IUnknown *, IUnknown **) override { return E_NOTIMPL; }
 
 private:
-    static Machine machine() { return Machine(qEnvironmentVariable("MORDWELL_MACHINE")); }
+    static Machine machine() { return Machine(qEnvironmentVariable("MORDWELL_MACHINE", "machine.json")); }
 };
 
 } // namespace
