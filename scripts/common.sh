@@ -14,11 +14,10 @@ unusable=$';#"\'&$`\\|<>*^:\n\t'
 
 # Debian's packages, by purpose.
 declare -A packages=(
-    [build]='cmake ninja-build g++ qtbase5-dev'
-    [run]='jq'
+    [build]='cmake ninja-build g++ qtbase5-dev jq'
     [package]='g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32 dpkg-dev make perl python3 ca-certificates libz-mingw-w64-dev zip git'
-    [wine]='wine64 mmdebstrap bubblewrap unzip jq binutils-mingw-w64-x86-64'
-    [lint]='clang-format clang-tidy g++-mingw-w64-x86-64-win32 shellcheck jq git'
+    [wine]='wine64 mmdebstrap bubblewrap unzip binutils-mingw-w64-x86-64'
+    [lint]='clang-format clang-tidy g++-mingw-w64-x86-64-win32 shellcheck git'
 )
 
 # alone COMMAND...: runs it while no other command installs packages for this checkout or builds it.

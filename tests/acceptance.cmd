@@ -10,7 +10,6 @@ rem
 rem A step that fails prints what is wrong and the log of its run. A test that passes leaves no TAP interface.
 rem Exit code: 0 if all steps passed, 1 if a step failed, 2 if the test did not start.
 setlocal EnableExtensions DisableDelayedExpansion
-set "program=%~dp0Mordwell.exe"
 set "log=%ProgramData%\HalvaneRelayKit\log\tap-log.txt"
 set "decoys=%TEMP%\Mordwell decoys"
 set /a passed=0, failed=0
@@ -19,11 +18,11 @@ set "error=ERROR"
 ver | find " 6.1." >nul
 if not errorlevel 1 set "error=Failed to read interfaces"
 
-if not exist "%program%" (echo Mordwell.exe is not in the folder of this file.& exit /b 2)
+if not exist "%~dp0Mordwell.exe" (echo Mordwell.exe is not in the folder of this file.& exit /b 2)
 rem Windows denies this key to a process that is not elevated.
 reg query HKU\S-1-5-19 >nul 2>&1
 if errorlevel 1 (echo This prompt is not elevated: open cmd with "Run as administrator".& exit /b 2)
-if /i "%~1"=="remove" start "" /wait "%program%" remove
+if /i "%~1"=="remove" start "" /wait "%~dp0Mordwell.exe" remove
 
 rem readInterfacesProgrammatically() logs each interface, and each failure of WMI, such as that to initialize security.
 rem        Step                                     Word             The log contains             and does not contain
@@ -54,18 +53,16 @@ call :step "no TAP interface is left"               list             "ZELK::Tap:
 echo Question 1: Did any window flash up? None should.
 echo Question 2: Did Network Connections show HalvaneRelayKit disabled after check, and then as each step leaves it?
 echo %passed% passed, %failed% failed
-if %failed% gtr 0 exit /b 1
-exit /b 0
+if %failed% gtr 0 (exit /b 1) else exit /b 0
 
 rem step NAME WORD TEXT ABSENT: runs the word, which must exit with 0, log TEXT and not log ABSENT.
 :step
 if exist "%log%" del "%log%"
 set "wrong="
-start "" /wait "%program%" %2
+start "" /wait "%~dp0Mordwell.exe" %2
 if not "%errorlevel%"=="0" set "wrong=, exit code %errorlevel%"
 find %3 "%log%" >nul 2>&1
 if errorlevel 1 set "wrong=%wrong%, not in the log: %~3"
 find %4 "%log%" >nul 2>&1
 if not errorlevel 1 set "wrong=%wrong%, in the log: %~4"
-if defined wrong (set /a failed+=1) else set /a passed+=1
-if defined wrong (echo FAIL  %~1%wrong%& type "%log%") else echo PASS  %~1
+if defined wrong (set /a failed+=1& echo FAIL  %~1%wrong%& type "%log%") else (set /a passed+=1& echo PASS  %~1)

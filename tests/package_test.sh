@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks the package for one architecture: its files, how its binaries were made, and that the checkout of another user
-# results in the same bytes.
+# Checks the package for one architecture: its files, how its binaries were made, that it passes acceptance.cmd under
+# Wine, and that the checkout of another user results in the same bytes.
 # usage: package_test.sh win64|win32 TARGET
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
@@ -9,25 +9,22 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 wrong() { echo "FAIL: $*" && failures=$((failures + 1)); }
 
-unzip -q "$root"/build/Mordwell-*-"$arch.zip" -d "$work"
-cd "$work"/*/
+unzip -q "$root"/build/Mordwell-*-"$arch.zip" -d "$work/a package"
+cd "$work/a package"/*/
 version=$(basename "$PWD" | cut -d- -f2)
-expected='./Mordwell.exe ./Qt5Core.dll ./README.txt ./licences/LICENSE.GPL3 ./licences/LICENSE.LGPL3'
-expected+=' ./licences/Qt5Core.txt ./licences/gcc-runtime.txt ./licences/mingw-w64.txt ./licences/zlib.txt ./tessark.dll '
-files=$(find . -type f | LC_ALL=C sort | tr '\n' ' ')
-[[ $files == "$expected" ]] || wrong "the files are $files"
+find . -type f | LC_ALL=C sort | diff - <(printf './%s\n' Mordwell.exe Qt5Core.dll README.txt licences/LICENSE.{GPL3,LGPL3} \
+    licences/{Qt5Core,gcc-runtime,mingw-w64,zlib}.txt tessark.dll) || wrong "the package has other files"
 zlib=$("$target-strings" Qt5Core.dll | sed -n 's/^ inflate \([^ ]*\) .*/\1/p')
 grep -q "^    zlib    ${zlib}[+-]" README.txt || wrong "Qt5Core.dll contains zlib $zlib, and README.txt does not say so"
 
 system=' ADVAPI32 KERNEL32 MPR NETAPI32 OLEAUT32 SHELL32 USER32 USERENV VERSION WINMM WS2_32 msvcrt ole32 '
-machine=pei-x86-64 flags='HIGH_ENTROPY_VA DYNAMIC_BASE NX_COMPAT'
-[[ $arch == win64 ]] || machine=pei-i386 flags='DYNAMIC_BASE NX_COMPAT'
+all=('file format pei-x86-64' HIGH_ENTROPY_VA DYNAMIC_BASE NX_COMPAT)
+[[ $arch == win64 ]] || all=('file format pei-i386' DYNAMIC_BASE NX_COMPAT)
 for binary in Mordwell.exe tessark.dll Qt5Core.dll; do
+    texts=("${all[@]}")
+    [[ $binary != *.exe ]] || texts+=('(Windows GUI)')
     headers=$("$target-objdump" -p "$binary")
-    grep -q "file format $machine$" <<<"$headers" || wrong "$binary is not $machine"
-    [[ $binary != *.exe ]] || grep -q '^Subsystem.*Windows GUI' <<<"$headers" || wrong "$binary has a console"
-    [[ $binary == Qt5Core.dll ]] || grep -q 'DLL Name: Qt5Core.dll' <<<"$headers" || wrong "$binary is without Qt"
-    for flag in $flags; do grep -qw "$flag" <<<"$headers" || wrong "$binary lacks $flag"; done
+    for text in "${texts[@]}"; do [[ $headers == *"$text"* ]] || wrong "$binary lacks $text"; done
     while read -r import; do
         [[ $system == *" ${import%.[dD][lL][lL]} "* || -f $import ]] || wrong "$binary needs $import"
     done < <(sed -n 's/.*DLL Name: //p' <<<"$headers")
@@ -43,13 +40,22 @@ resource() {
 resource Mordwell.exe '\x01' 1
 resource tessark.dll '\x02' 0
 
+# The acceptance test runs on a simulated machine without TAP interfaces. A first run puts the fake tools in place; decoys
+# of the tools are in the current folder. Wine lacks the key that shows elevation.
+cp "$root/tests/acceptance.cmd" .
+export MORDWELL_MACHINE=$work/machine.json
+"$root/wine/machine.sh" "$arch" help
+MORDWELL_MACHINE="Z:${MORDWELL_MACHINE//\//\\}" "$root/wine/wine.sh" "$arch" 'C:\windows\system32\cmd.exe' \
+    /c reg add 'HKU\S-1-5-19' /f '>nul' '&' "Z:${PWD//\//\\}\\acceptance.cmd" |
+    tee /dev/stderr | grep -Eq '^[1-9][0-9]* passed, 0 failed' || wrong "the package does not pass the acceptance test"
+[[ ! -e $MORDWELL_MACHINE.decoy ]] || wrong "a decoy of a tool was run"
+
 # One run of ./package makes both packages, so one test checks both. Qt is found in another cache folder, not rebuilt.
 if [[ $arch == win64 ]]; then
-    (cd "$root/build" && sha256sum --check --quiet SHA256SUMS) || wrong "SHA256SUMS does not match the packages"
     mkdir "$work/cache" "$work/another checkout"
     ln -s "${XDG_CACHE_HOME:-$HOME/.cache}/mordwell" "$work/cache/mordwell"
     tar -C "$root" --exclude=./build -cf - . | tar -C "$work/another checkout" -xf -
     (umask 077 && XDG_CACHE_HOME=$work/cache "$work/another checkout/package" >/dev/null)
-    cmp "$root/build/SHA256SUMS" "$work/another checkout/build/SHA256SUMS" || wrong "another checkout, other bytes"
+    (cd "$work/another checkout/build" && sha256sum --check "$root/build/SHA256SUMS") || wrong "another checkout, other bytes"
 fi
 exit $((failures > 0))

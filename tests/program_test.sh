@@ -32,7 +32,6 @@ commands() {
 {"faults": {"wmi": {"ExecQery": -1}}}|faults.wmi.ExecQery: unknown key
 {"faults": {"wmi": {"ExecQuery": 2147749911}}}|faults.wmi.ExecQuery: expected a code as the log shows it, signed
 {"faults": {"updateRenames": {"x": 1}}}|faults.updateRenames.x: expected a text
-{"system": {"minor": -1}}|system.minor: expected an integer from 0 to 1000
 {"interfaces": [{}, {"listedFromRead": 1001}]}|interfaces?1?.listedFromRead: expected an integer
 {"faults": {"createAtOnce": 40}}|cannot be written
 {\n{|line 2, column 2: 
@@ -40,16 +39,12 @@ commands() {
 \n|the file is empty
 EOF
     MORDWELL_MACHINE=/dev/zero expect "/dev/zero: not a regular file" "$program" help
-    MORDWELL_MACHINE=$folder/four.json
-    for _ in 1 2 3 4; do "$program" create 2>/dev/null & done
-    wait
+    cp "$root"/simulation/cases/*.json "$folder"
+    printf '%s\n' "$folder"/*-*.json | xargs -d '\n' -P 0 -I{} env MORDWELL_MACHINE={} "$program" help 2>&1 | grep '\.json: ' &&
+        fail "the program refuses a case"
+    MORDWELL_MACHINE=$folder/empty.json
+    seq 4 | xargs -P 0 -I{} "$program" create 2>/dev/null
     expect 4 grep -c '"id"' "$MORDWELL_MACHINE"
-    for case in "$root"/simulation/cases/*.json; do
-        cp "$case" "$folder"
-        { MORDWELL_MACHINE=$folder/${case##*/} "$program" help 2>&1 | grep "${case##*/}: " >>"$folder/refused"; } &
-    done
-    wait
-    [[ ! -s $folder/refused ]] || fail "the program refuses a case: $(cat "$folder/refused")"
 
     ln -s "$root/run" "$folder/link"
     expect "usage: ./run*swapped-names" "$folder/link" --help
@@ -69,17 +64,15 @@ value() { jq -r ".$1" <<<"$case"; }
 # run SYSTEM ENCODING COMMAND...: runs the case and puts its log and its outcome into the folder $folder/SYSTEM.
 run() {
     local place=$folder/$1
-    rm -rf "$place" && mkdir "$place"
     export MORDWELL_MACHINE=$place/machine.json
-    cp "$root/simulation/cases/$(value case).json" "$MORDWELL_MACHINE" || exit
+    install -D -m 644 "$root/simulation/cases/$(value case).json" "$MORDWELL_MACHINE" || exit
     "${@:3}" "$(value 'word // "check"')" 2>"$place/stderr"
     echo "exit code: $?" >"$place/outcome"
-    # The order of a QSet is random.
     { cat "$place"/*/log/tap-log.txt || echo "no log"; } 2>/dev/null | iconv -f "$2" | tr -d '\r' |
-        sed -E 's/^[^[]*\[0x[0-9a-f]+\] (\[)/\1/; s/QSet\(.*,.*\)/QSet(several)/' >"$place/log"
+        sed -E 's/^[^[]*\[0x[0-9a-f]+\] (\[)/\1/' >"$place/log"
     grep -oF -- "$(value 'log // "arg:"')" "$place/log" | uniq >>"$place/outcome"
-    jq -r '[.interfaces[]? | "\(.name) \(.id | split("\\") | last) " + if .hidden == true then "hidden"
-        elif .enabled == false then "disabled" else "enabled" end] | join(", ")' "$MORDWELL_MACHINE" >>"$place/outcome"
+    jq -r '[.interfaces[]? | .name + if .hidden then " hidden" elif .enabled == false then " disabled" else " enabled" end]
+        | join(", ")' "$MORDWELL_MACHINE" >>"$place/outcome"
 }
 
 if [[ $title == commands ]]; then commands; exit $failed; fi
@@ -87,11 +80,6 @@ case=$(jq -ec --arg title "$title" '.[] | select(.title == $title)' "$root/tests
 run native UTF-8 "$program" &
 [[ ${#runner[@]} -eq 0 ]] || run wine CP1252 "${runner[@]}"
 wait
-if [[ -d $folder/wine ]] && ! cmp -s "$folder"/{native,wine}/log; then
-    echo "The logs differ. In one of some thousand starts Wine cannot start a process, so the case runs once more. It had:"
-    cat "$folder"/wine/{log,stderr}
-    run wine CP1252 "${runner[@]}"
-fi
 value '| "exit code: \(.exit // 0)", .log // "arg:", .after' >"$folder/expected"
 for system in "$folder"/*/; do
     diff -U 9 --label expected --label actual "$folder/expected" "$system/outcome" &&
