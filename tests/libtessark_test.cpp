@@ -76,7 +76,8 @@ int main(int argc, char **argv)
     // A child inherits the error mode of its start from Windows, but not from Wine, so it cannot report it everywhere.
     QStringList modes;
     std::atomic_bool watching{true};
-    QThreadPool::globalInstance()->start([&] {
+    QThreadPool pool;
+    pool.start([&] {
         for (; watching; modes.removeDuplicates())
             modes << QString::number(GetErrorMode(), 16);
     });
@@ -95,7 +96,7 @@ int main(int argc, char **argv)
     compare("2 is a failure", execute(self, {"2"}), "2 ");
     // Ended here, since Qt's functions for files change the mode too.
     watching = false;
-    QThreadPool::globalInstance()->waitForDone();
+    pool.waitForDone();
     modes.sort();
     compare("error modes", modes.join(' ') + "; " + QString::number(GetErrorMode(), 16), "0 2 8001 8003; 2");
 

@@ -93,7 +93,6 @@ void UnitTest::scenarios_data()
         scenario(title, "list", noWmi + call(wmic, {0, contents}) + found(rows) + good);
     };
     parsed("wmic", "Name Id\r\nTap 1  ROOT\\0  \n1\n  \r\nA 2", {{"Tap 1", R"(ROOT\\0)"}, {"A", "2"}});
-    parsed("no scratch file", {}, {});
     run("no temporary folder", {"list"}, list + call(QString(powershell).remove("SCRATCH")) + found({}) + good, "tmp");
     parsed("no heading", "\r\n\r\nA 1\r\nB 2\r\nC 3\r\n\r\n", {{"B", "2"}, {"C", "3"}});
     const auto check = [&](const char *title, const Step &script) { scenario(title, "check", script); };
