@@ -29,11 +29,11 @@ const Step waited = call("Sleep 1000");
 const Step good = waited + call("exit code 0");
 const Step bad = logged("ERROR", "main") + call("exit code -1");
 
-/// A property of a row of the WMI query: a text, NULL, or nothing that can be used.
+/// A property of a row of the WMI query: a text, or a VARIANT of another type.
 struct Value : WmiValue {
     Value(const QString &string) : WmiValue{0, VT_BSTR, string} {}
     Value(const char *string) : Value(QString(string)) {}
-    Value(VARTYPE vartype, HRESULT code = 0) : WmiValue{code, vartype, {}} {}
+    Value(VARTYPE vartype) : WmiValue{0, vartype, {}} {}
 };
 /// The name or id of a hidden adapter.
 const Value hidden(VT_NULL);
