@@ -20,7 +20,8 @@ namespace
 /// usage text. Returns the whole line if one of these is wrong.
 QString shortened(const QString &line)
 {
-    // The names of day and month are in the system's language.
+    // The names of day and month are in the system's language. In main.cpp only main() logs, and in tap.cpp each
+    // function but readInterfacesProgrammatically() is one of Tap.
     static const QRegularExpression prefix(
         R"(^[^[]+ \d+ [\d:]{8} 20\d\d \[0x[1-9a-f][0-9a-f]*\] (\[\w+\]) \[Halvane Relay Kit:\.\\)"
         R"((?:main:(?=main)|tap:ZELK::(?:(?=readInterfacesP)|Tap::(?!readInterfacesP)))(\w+\(\):)[1-9]\d+\] )");

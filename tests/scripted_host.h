@@ -28,9 +28,9 @@ Step operator*(int count, const Step &step);
 
 /// Performs the test in an empty temporary folder. The fake host keeps a journal of the calls that the program makes
 /// and of the lines that it logs, in their order. Fails the running test if the journal differs from the script: prints
-/// the first difference, with three lines of context.
+/// up to three lines before the first difference, and up to four lines of each from there on.
 void verifyScript(const Step &script, const std::function<void()> &test);
 
-/// Runs main() with these words on the command line; only a test of verifyScript() may call it. The journal ends with
-/// the exit code and with what should not have been left behind.
+/// Runs main() with these words on the command line. Call it only inside the `test` that verifyScript() performs. The
+/// journal ends with the exit code and with what should not have been left behind.
 void runMain(QList<QByteArray> words);

@@ -6,7 +6,7 @@
 
 const QString kit = "HalvaneRelayKit";
 
-/// Any line of the journal. If it is a call, it returns `answer`.
+/// A line of the journal. If it is a call, the call returns `answer`.
 const auto call = [](QString text, Answer answer = {}) -> Step { return {{text, answer}}; };
 /// A log line of any function.
 const auto logged = [](QString level, QString function, QString text = "") {
@@ -25,7 +25,7 @@ const auto started = [](QString word) {
 };
 /// The program waits for one second.
 const Step waited = call("Sleep 1000");
-/// The run succeeds, after its last wait, or fails.
+/// How a run ends: with a wait and 0, or with an ERROR line and -1.
 const Step good = waited + call("exit code 0");
 const Step bad = logged("ERROR", "main") + call("exit code -1");
 
@@ -40,7 +40,7 @@ const Value hidden(VT_NULL);
 /// Names and ids of interfaces.
 using Rows = QVector<std::pair<Value, Value>>;
 
-/// The calls of the query until it reads rows. Of these, S_FALSE is a success.
+/// The calls of the query until it reads rows. CoInitializeEx() returns 1 (S_FALSE), which is a success.
 const Step query = call("CoInitializeEx(null, 0)", {1}) +
                    call("CoInitializeSecurity(null, -1, null, null, 0, 3, null, 0, null)") +
                    call("CoCreateInstance(4590f811, null, 1, dc12a687)") + call("SysAllocString()") +
@@ -53,11 +53,13 @@ const auto property = [](QString name, Value value) {
     return call("Get(" + name + ", 0, null, null)") +
            logged("LOG", "readInterfacesProgrammatically", name + " : \"" + value.text + '"') + call("VariantClear()");
 };
-/// readInterfaces() gets these interfaces from WMI. A failing Next() ends them, as a good one does.
+/// readInterfaces() gets these interfaces from WMI. The last Next() fails, which the program treats as the end of the
+/// list.
 const auto wmi = [](Rows rows) {
     Step step = logged("trace", "readInterfaces") + query;
     for (const auto &[name, id] : rows) {
-        step[10].answer.rows.append({{"NetConnectionID", name}, {"PNPDeviceID", id}}); // ExecQuery()
+        // The line of ExecQuery(), after the trace line and nine other calls.
+        step[10].answer.rows.append({{"NetConnectionID", name}, {"PNPDeviceID", id}});
         step += call("Next(-1, 1)") + property("NetConnectionID", name) + property("PNPDeviceID", id) +
                 call("Release(row)");
     }
@@ -133,7 +135,7 @@ const auto renamed = [](QString from, QString to) { return tries("rename", {{}},
 const auto renameFailed = [](QString from, QString to) {
     return tries("rename", {{2, "lost"}, {-1, "lost"}}, from, to) + fails("rename");
 };
-/// check() disables the interface in the end, and the run succeeds.
+/// check() disables the interface in the end, and the run succeeds. Ends with `good`.
 const Step disabled = tries("disable", {{}}) + output("disable") + good;
 
 /// check() starts. `firstRead` is how the first inventory is read.
@@ -142,7 +144,7 @@ const auto checking = [](Step firstRead) { return logged("trace", "check") + fir
 const auto update = [](Rows before, Rows after) { return checking(wmi(before)) + updated + wmi(after); };
 /// check() on a machine without interfaces, up to create().
 const Step none = checking(wmi({})) + noted("No tap interfaces/drivers detected");
-/// check() ends on a machine that had the interface already.
+/// check() ends on a machine that had the interface already. Ends with `good`.
 const Step present = noted("Tap interface already present") + disabled;
 
 /// check() notices that the update renamed an interface, and restores the name.

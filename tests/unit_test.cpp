@@ -2,8 +2,7 @@
 // scenarios, steps.h contains the steps that they consist of, and scripted_host.h the fake host.
 // To run one scenario, build with ./test, then:
 //     build/default/tests/unit_test 'scenarios:names swapped'
-// To add a scenario, add a row to the table: title, command word, expected steps. If the program has a new call or log
-// line, add a step to steps.h.
+// To add a scenario, add a row to the table: title, command word, expected steps. CONTRIBUTING.md shows how.
 #include "main.h"
 #include "steps.h"
 #include "tap.h"
@@ -25,7 +24,8 @@ void UnitTest::scenarios_data()
     QTest::addColumn<QByteArrayList>("words");
     QTest::addColumn<Step>("script");
     QTest::addColumn<QString>("file");
-    // `file` exists before the run. Unless stated otherwise, that is wmic.
+    // An empty file with this name exists before the run: by default wmic. `log` and `tmp` prevent folders with these
+    // names, and with `other`, wmic is missing.
     const auto run = [](const QByteArray &title, const QByteArrayList &words, const Step &script,
                         const QString &file = R"(C:\Windows\System32\wbem\WMIC.exe)") {
         QTest::newRow(title) << words << script << file;
@@ -71,7 +71,7 @@ void UnitTest::scenarios_data()
     }
 
     const QString text = "Name Id\r\nA 1\r\n";
-    // The function of the query that fails. CoInitializeSecurity() fails in the scenarios below.
+    // The title is the function that fails. `noWmi` covers CoInitializeSecurity().
     const auto failing = [&](const char *function, int calls, const char *message, int releases) {
         scenario(function, "list",
                  queryFails(function, calls, message, releases) + call(wmic, {0, text}) + found(a1) + good);
@@ -82,9 +82,9 @@ void UnitTest::scenarios_data()
     failing("CoSetProxyBlanket", 7, "Could not set proxy blanket. Error code = ", 3);
     failing("ExecQuery", 12, "Query for operating system name failed. Error code = ", 3);
 
-    const Step list = started("list") + noWmi;
-    run("powershell", {"list"}, list + call(powershell, {0, text}) + found(a1) + good, "other");
-    run("powershell fails", {"list"}, list + call(powershell, {-1}) + call(wmic, {0, text}) + found(a1) + good,
+    const Step listNoWmi = started("list") + noWmi;
+    run("powershell", {"list"}, listNoWmi + call(powershell, {0, text}) + found(a1) + good, "other");
+    run("powershell fails", {"list"}, listNoWmi + call(powershell, {-1}) + call(wmic, {0, text}) + found(a1) + good,
         "other");
     scenario("wmic and powershell fail", "list",
              noWmi + call(wmic, {1}) + call(powershell, {2, "lost"}) + fails("readInterfaces") + good +
@@ -93,7 +93,8 @@ void UnitTest::scenarios_data()
         scenario(title, "list", noWmi + call(wmic, {0, contents}) + found(rows) + good);
     };
     parsed("wmic", "Name Id\r\nTap 1  ROOT\\0  \n1\n  \r\nA 2", {{"Tap 1", R"(ROOT\\0)"}, {"A", "2"}});
-    run("no temporary folder", {"list"}, list + call(QString(powershell).remove("SCRATCH")) + found({}) + good, "tmp");
+    run("no temporary folder", {"list"}, listNoWmi + call(QString(powershell).remove("SCRATCH")) + found({}) + good,
+        "tmp");
     parsed("no heading", "\r\n\r\nA 1\r\nB 2\r\nC 3\r\n\r\n", {{"B", "2"}, {"C", "3"}});
     const auto check = [&](const char *title, const Step &script) { scenario(title, "check", script); };
     check("unusual names from wmic",
@@ -112,8 +113,8 @@ void UnitTest::scenarios_data()
                                           tries("disable", {{2}, {-1}}) + fails("disable") + good);
     check("names swapped", update({{"A", "1"}, {kit, "2"}}, {{"A", "2"}, {kit, "1"}}) + restored(kit, "2", "A") +
                                restored("A", "1", kit) + present);
-    const Step lost = noted(R"(Rename required! Old key: "Bü %2 %1" old val: "1" new key: "%1" new val: "1")");
-    check("rename fails", update({{"Bü %2 %1", "1"}, {kit, "2"}}, {{"%1", "1"}, {"Y", "2"}}) + lost +
+    const Step renameNeeded = noted(R"(Rename required! Old key: "Bü %2 %1" old val: "1" new key: "%1" new val: "1")");
+    check("rename fails", update({{"Bü %2 %1", "1"}, {kit, "2"}}, {{"%1", "1"}, {"Y", "2"}}) + renameNeeded +
                               renameFailed("%1", "Bü %2 %1") + notDone);
     check("id twice, first name", update(twice, a1) + restored(kit, "1", "A") + present);
     check("id twice, third name", update(twice, {{"C", "1"}}) + restored("A", "1", "C") + present);
