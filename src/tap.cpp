@@ -316,7 +316,7 @@ int ZELK::Tap::rename(QString from, QString to)
 int ZELK::Tap::check()
 {
     STATEMENT("trace", "ZELK::Tap::check");
-    const InterfaceMap oldInterfaces = readInterfaces();
+    InterfaceMap oldInterfaces = readInterfaces();
     InterfaceMap newInterfaces;
     if (oldInterfaces.isEmpty()) {
         STATEMENT("debug", "ZELK::Tap::check") << "No tap interfaces/drivers detected";
@@ -334,12 +334,13 @@ int ZELK::Tap::check()
             return -1;
     }
 
-    // newInterfaces still has the names that the update left, although the old ones are restored by now. addInterface()
-    // uses only its ids and its size.
     if (oldInterfaces.contains(tapName)) {
         STATEMENT("debug", "ZELK::Tap::check") << "Tap interface already present";
-    } else if (addInterface(newInterfaces) != 0) {
-        return -1;
+    } else {
+        // Its names are those that the update left, but addInterface() uses only the ids and the number of names.
+        oldInterfaces = newInterfaces;
+        if (addInterface(oldInterfaces) != 0)
+            return -1;
     }
     disable(tapName);
     return 0;

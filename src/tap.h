@@ -61,9 +61,10 @@ private:
     /// Restores the name that each interface had in `oldInterfaces`. Stops at the first rename that fails.
     int restoreNames(const InterfaceMap &oldInterfaces, const InterfaceMap &newInterfaces);
 
-    /// Creates an interface, polls the inventory until two polls show the same single id that `oldInterfaces` does not
-    /// contain, and renames that interface to tapName. Fails when the interface cannot be created, when more than one
-    /// id or none is new, or after ten polls. A failed rename is only logged.
+    /// Creates an interface, polls the inventory until two successive new ids are the same, and renames that interface
+    /// to tapName. An id is new if `oldInterfaces` does not contain it. Fails when the interface cannot be created,
+    /// when a poll finds more names than `oldInterfaces` has but not exactly one new id, or when no two successive new
+    /// ids are the same by the tenth poll. A failed rename is only logged.
     int addInterface(const InterfaceMap &oldInterfaces);
 };
 
