@@ -88,11 +88,10 @@ int libtessark::utils::execute(const QString &program, const QStringList &argume
                                bool oneMeansRestart, bool *restartNeeded)
 {
     const QJsonObject system = host().machine.system();
-    const QString devcon =
-        QString(R"(C:\Program Files//HalvaneRelayKit/bin/devcon-%1.exe)").arg(system["x64"].toBool() ? "x64" : "x86");
-    const bool exists = program == devcon && system["devcon"].toBool();
+    const QString devcon = QString("devcon-%1.exe").arg(system["x64"].toBool() ? "x64" : "x86");
+    const bool exists = program == R"(C:\Program Files//HalvaneRelayKit/bin/)" + devcon && system["devcon"].toBool();
     QByteArray bytes = "No such program: " + program.toUtf8();
-    const int exitCode = exists ? host().machine.devcon(arguments, bytes) : -1;
+    const int exitCode = exists ? host().machine.devcon(devcon, arguments, bytes) : -1;
     output = QString::fromUtf8(bytes);
     const bool restart = oneMeansRestart && exitCode == 1;
     if (restartNeeded)

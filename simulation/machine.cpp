@@ -1,5 +1,6 @@
 #include "machine.h"
 
+#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -15,27 +16,29 @@ namespace
 {
 
 /// Every key of a machine file with its default. "*" stands for any key, and a list contains the default of its
-/// entries.
+/// entries. "code", "codes" and "flags" describe a value instead: an exit code or HRESULT, 0 by default; one or a list
+/// of them, one for each call; true or false, false by default, or a list of them, one for each call.
 const char modelFile[] = R"({
     "system": {"major": 10, "minor": 0, "x64": true, "wmic": true, "devcon": true},
     "driver": "",
-    "interfaces": [{"name": "", "id": "", "enabled": true, "hidden": false, "listedFromRead": 1}],
+    "interfaces": [{"name": "", "id": "", "enabled": true, "hidden": false, "hasDriver": true,
+                    "listedFromRead": 1}],
     "faults": {
         "wmiFromQuery": 1,
-        "wmi": {"CoInitializeEx": 0, "CoInitializeSecurity": 0, "CoCreateInstance": 0,
-                "ConnectServer": 0, "CoSetProxyBlanket": 0, "ExecQuery": 0},
-        "tools": {"devcon install": 0, "devcon update": 0, "devcon remove": 0,
-                  "powershell": 0, "netsh": 0, "wmic": 0},
+        "wmi": {"CoInitializeEx": "code", "CoInitializeSecurity": "code", "CoCreateInstance": "code",
+                "ConnectServer": "code", "CoSetProxyBlanket": "code", "ExecQuery": "code"},
+        "tools": {"devcon install": "codes", "devcon update": "codes", "devcon remove": "codes",
+                  "powershell": "codes", "netsh": "codes", "wmic": "codes"},
         "updateRenames": {"*": ""},
         "acceptTakenNames": false,
         "createAtOnce": 1,
-        "installFailsLate": false,
+        "installFailsLate": "flags",
         "listNewFromRead": 1,
         "noLogFolder": false
     }
 })";
 
-// They recognise a command and its names, since the unit tests check each character. A quote ends a name, and what
+// They recognise a command and its names; the unit tests check each character. An apostrophe ends a name, and what
 // follows then matches nothing.
 const char powershellChange[] =
     R"re("(?<verb>\w+)-NetAdapter -Name '(?<name>[^']*)'(?: -NewName '(?<to>[^']*)'| -Confirm:\$False) "$)re";
@@ -44,15 +47,24 @@ const char netshChange[] = " name='(?<name>[^']*)' (?:newname='(?<to>[^']*)'|adm
 /// Returns `given` with its missing keys added. `place` says where it is in the file, for the message.
 QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &place, const char *separator = ".")
 {
-    // In the order of QJsonValue::Type. Faults of WMI and of tools are codes; all other numbers count something.
-    const char *const types[] = {"null", "true or false", "an integer from 0 to 1000", "a text", "a list", "an object"};
+    const bool isCode = model == "code";
+    if (model == "codes" || model == "flags") {
+        const QJsonValue each = model == "codes" ? QJsonValue("code") : QJsonValue(false);
+        if (!given.isArray())
+            return complete(given, each, place);
+        if (given.toArray().isEmpty())
+            stop(place + ": expected at least one entry");
+        return complete(given, QJsonArray{each}, place);
+    }
+    // In the order of QJsonValue::Type. A number that is not a code counts something.
+    const char *const types[] = {"null",     "true or false", "an integer from 0 to 1000",
+                                 "a string", "a list",        "an object"};
     const char *const code = "a code as the log shows it, signed, such as -2147217385";
-    const bool isCode = model.isDouble() && place.contains(QRegularExpression(R"(: faults\.(wmi|tools)\.)"));
     if (given.isUndefined())
-        given = model.isArray() ? QJsonArray() : model.isObject() ? QJsonObject() : model;
+        given = model.isArray() ? QJsonArray() : model.isObject() ? QJsonObject() : isCode ? 0 : model;
     const bool outOfRange =
         given.toDouble() != given.toInt() || (!isCode && (given.toInt() < 0 || given.toInt() > 1000));
-    if (given.type() != model.type() || outOfRange)
+    if (given.type() != (isCode ? QJsonValue::Double : model.type()) || outOfRange)
         stop(place + ": expected " + (isCode ? code : types[model.type()]));
 
     if (given.isArray()) {
@@ -74,6 +86,20 @@ QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &pl
         object[key] = complete(object.value(key), keyModel, keyPlace);
     }
     return object;
+}
+
+/// Returns the entry for this call of a value that can be a list, one entry for each call. Removes it from the list
+/// unless it is the last one.
+QJsonValue takeNext(QJsonObject &object, const QString &key)
+{
+    if (!object[key].isArray())
+        return object[key];
+    QJsonArray list = object[key].toArray();
+    const QJsonValue entry = list.first();
+    if (list.size() > 1)
+        list.removeFirst();
+    object[key] = list;
+    return entry;
 }
 
 int answer(QByteArray &output, const QString &text, int exitCode)
@@ -110,10 +136,11 @@ Machine::Machine(const QString &path) : m_path(path)
              error.errorString());
     }
     const QJsonObject model = QJsonDocument::fromJson(modelFile).object();
-    m_state = complete(QJsonValue::fromVariant(given.toVariant()), model, path, ": ").toObject();
+    const QJsonValue state = given.isArray() ? QJsonValue(given.array()) : QJsonValue(given.object());
+    m_state = complete(state, model, path, ": ").toObject();
     for (const QJsonValue entry : m_state["interfaces"].toArray()) {
         m_interfaces.append({entry["name"].toString(), entry["id"].toString(), entry["enabled"].toBool(),
-                             entry["hidden"].toBool(), entry["listedFromRead"].toInt()});
+                             entry["hidden"].toBool(), entry["hasDriver"].toBool(), entry["listedFromRead"].toInt()});
     }
     if (!file.exists())
         save();
@@ -127,6 +154,7 @@ void Machine::save()
                                       {"id", each.id},
                                       {"enabled", each.enabled},
                                       {"hidden", each.hidden},
+                                      {"hasDriver", each.hasDriver},
                                       {"listedFromRead", each.listedFromRead}});
     }
     m_state["interfaces"] = interfaces;
@@ -140,23 +168,29 @@ void Machine::save()
 QVector<Machine::Interface> Machine::listInterfaces()
 {
     QVector<Interface> listed;
+    bool changed = false;
     for (Interface &each : m_interfaces) {
+        if (!each.hasDriver)
+            continue;
         if (each.listedFromRead > 1) {
             --each.listedFromRead;
+            changed = true;
             continue;
         }
         listed.append(each);
         if (each.hidden)
             listed.last().name.clear();
     }
-    if (listed.size() < m_interfaces.size())
+    if (changed)
         save();
     return listed;
 }
 
 HRESULT Machine::wmiFault(const QString &step) const
 {
-    return faults()["wmiFromQuery"].toInt() > 1 ? 0 : faults()["wmi"].toObject()[step].toInt();
+    if (faults()["wmiFromQuery"].toInt() > 1)
+        return 0;
+    return faults()["wmi"].toObject()[step].toInt();
 }
 
 QVector<WmiRow> Machine::wmiRows()
@@ -166,57 +200,83 @@ QVector<WmiRow> Machine::wmiRows()
         const WmiValue name{0, VARTYPE(each.name.isEmpty() ? VT_NULL : VT_BSTR), each.name};
         rows.append({{"NetConnectionID", name}, {"PNPDeviceID", {0, VT_BSTR, each.id}}});
     }
-    if (const int from = faults()["wmiFromQuery"].toInt(); from > 1) {
-        QJsonObject left = faults();
-        left["wmiFromQuery"] = from - 1;
-        m_state["faults"] = left;
-        save();
-    }
+    if (const int from = faults()["wmiFromQuery"].toInt(); from > 1)
+        setFault("wmiFromQuery", from - 1);
     return rows;
 }
 
-int Machine::devcon(const QStringList &arguments, QByteArray &output)
+int Machine::devcon(const QString &program, const QStringList &arguments, QByteArray &output)
 {
     const QString verb = arguments.value(0);
     const QString operand = arguments.value(1);
-    // As with the real tool, 1 means that all is done and a restart is needed.
-    const int exitCode = verb == "update" && m_interfaces.isEmpty() ? 2 : fault("devcon " + verb);
-    if (exitCode != 0 && exitCode != 1)
-        return answer(output, "devcon failed.", exitCode);
+    const QString failure = program + ": command " + verb + " failed";
+    const int fault = nextFault("devcon " + verb);
+    // 1 means that all is done and a restart is needed.
+    const bool fails = fault != 0 && fault != 1;
+    if (verb == "remove")
+        return removeDevices(operand, fault, output);
+    if (verb != "install" && verb != "update")
+        return answer(output, "Invalid use of " + program, 3);
 
-    QString message = "Drivers installed successfully.";
+    QString text;
     if (verb == "install") {
-        m_state["driver"] = operand;
+        // An INF file that cannot be read is noticed before the device is created, any other failure afterwards.
+        if (fails)
+            return answer(output, failure, fault);
         for (int i = 0; i < faults()["createAtOnce"].toInt(); ++i)
-            createInterface();
-    } else if (verb == "update") {
-        m_state["driver"] = operand;
-        const QJsonObject renames = faults()["updateRenames"].toObject();
-        for (Interface &each : m_interfaces)
-            each.name = renames.value(each.name).toString(each.name);
-    } else if (verb == "remove") {
-        const bool all = operand == "tap0901";
-        if (all)
-            m_state["driver"] = "";
-        const auto end = std::remove_if(m_interfaces.begin(), m_interfaces.end(),
-                                        [&](const Interface &each) { return all || operand == "@" + each.id; });
-        message = QString("%1 device(s) were removed.").arg(m_interfaces.end() - end);
-        m_interfaces.erase(end, m_interfaces.end());
-    } else {
-        return answer(output, "devcon does not understand: " + arguments.join(' '), 3);
+            createDevice();
+        text = "Device node created. Install is complete when drivers are installed...\r\n";
+        save();
+    }
+    text += "Updating drivers for tap0901 from " + QDir::cleanPath(operand).replace('/', '\\') + ".\r\n";
+    const auto isHidden = [](const Interface &each) { return each.hidden; };
+    const bool failsLate =
+        verb == "install" ? nextInstallFailsLate() : std::all_of(m_interfaces.begin(), m_interfaces.end(), isHidden);
+    if (fails || failsLate)
+        return answer(output, text + failure, fails ? fault : 2);
+
+    m_state["driver"] = operand;
+    const QJsonObject renames = verb == "update" ? faults()["updateRenames"].toObject() : QJsonObject();
+    for (Interface &each : m_interfaces) {
+        if (each.hidden)
+            continue;
+        if (!each.hasDriver)
+            installDriver(each);
+        each.name = renames.value(each.name).toString(each.name);
     }
     save();
-    if (verb == "install" && faults()["installFailsLate"].toBool())
-        return answer(output, "devcon failed.", 2);
-    return answer(output, message, exitCode);
+    return answer(output, text + "Drivers installed successfully.", fault);
+}
+
+int Machine::removeDevices(const QString &operand, int fault, QByteArray &output)
+{
+    // The exit code is 0 even if a removal fails or no device matches.
+    const char *const result = fault == 0 ? ": Removed" : fault == 1 ? ": Removed on reboot" : ": Remove failed";
+    QString text;
+    QVector<Interface> left;
+    for (const Interface &each : m_interfaces) {
+        const bool matches = operand == "@" + each.id || (operand == "tap0901" && !each.hidden);
+        if (matches)
+            text += each.id + result + "\r\n";
+        if (!matches || (fault != 0 && fault != 1))
+            left.append(each);
+    }
+    const int count = m_interfaces.size() - left.size();
+    m_interfaces = left;
+    save();
+    const bool restart = fault == 1 && count > 0;
+    QString last = count == 0 ? "No devices were removed."
+                   : restart  ? "The %1 device(s) are ready to be removed. To remove the devices, reboot the system."
+                              : "%1 device(s) were removed.";
+    return answer(output, text + last.replace("%1", QString::number(count)), restart ? 1 : 0);
 }
 
 int Machine::run(const QString &tool, const QString &arguments, QByteArray &output)
 {
     if (tool == "wmic" && !system()["wmic"].toBool())
         return answer(output, "'wmic' is not recognized as an internal or external command.", 1);
-    if (fault(tool) != 0)
-        return answer(output, tool + " failed.", fault(tool));
+    if (const int fault = nextFault(tool); fault != 0)
+        return answer(output, tool + " failed.", fault);
 
     // Redirected, wmic writes UTF-16LE. Powershell writes the console's code page, and an empty line without headings.
     if (arguments.contains("PNPDeviceID")) {
@@ -249,23 +309,56 @@ int Machine::run(const QString &tool, const QString &arguments, QByteArray &outp
     return 0;
 }
 
+int Machine::nextFault(const QString &tool)
+{
+    QJsonObject tools = faults()["tools"].toObject();
+    const int code = takeNext(tools, tool).toInt();
+    setFault("tools", tools);
+    return code;
+}
+
+bool Machine::nextInstallFailsLate()
+{
+    QJsonObject left = faults();
+    const bool fails = takeNext(left, "installFailsLate").toBool();
+    setFault("installFailsLate", left["installFailsLate"]);
+    return fails;
+}
+
+void Machine::setFault(const QString &key, const QJsonValue &value)
+{
+    QJsonObject left = faults();
+    if (left[key] == value)
+        return;
+    left[key] = value;
+    m_state["faults"] = left;
+    save();
+}
+
 int Machine::find(const QString &name) const
 {
     const auto found = std::find_if(m_interfaces.begin(), m_interfaces.end(),
-                                    [&](const Interface &each) { return each.name == name; });
+                                    [&](const Interface &each) { return each.hasDriver && each.name == name; });
     return found == m_interfaces.end() ? -1 : int(found - m_interfaces.begin());
 }
 
-void Machine::createInterface()
+void Machine::createDevice()
 {
-    QString name = "Ethernet";
-    for (int number = 2; find(name) >= 0; ++number)
-        name = QString("Ethernet %1").arg(number);
     QString id = R"(ROOT\NET\0000)";
     const auto taken = [&](const Interface &each) { return each.id == id; };
     for (int number = 1; std::any_of(m_interfaces.begin(), m_interfaces.end(), taken); ++number)
         id = QString(R"(ROOT\NET\%1)").arg(number, 4, 10, QChar('0'));
-    m_interfaces.append({name, id, true, false, faults()["listNewFromRead"].toInt()});
+    m_interfaces.append({"", id, true, false, false, faults()["listNewFromRead"].toInt()});
+}
+
+void Machine::installDriver(Interface &device)
+{
+    device.hasDriver = true;
+    for (int number = 1; device.name.isEmpty(); ++number) {
+        const QString name = number == 1 ? "Ethernet" : QString("Ethernet %1").arg(number);
+        if (find(name) < 0)
+            device.name = name;
+    }
 }
 
 QByteArray Machine::inventoryText(const QString &heading, const char *codec)

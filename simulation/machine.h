@@ -20,7 +20,8 @@ public:
         QString name;
         QString id;
         bool enabled;
-        bool hidden;        ///< WMI lists it without a name, and no tool finds it.
+        bool hidden;        ///< It is not present: WMI lists it without a name, and only `devcon remove @id` finds it.
+        bool hasDriver;     ///< Without one, no inventory lists it. A failed installation leaves such a device.
         int listedFromRead; ///< 1 when the next read of the inventory lists it, n when the n-th does.
     };
 
@@ -31,22 +32,30 @@ public:
     QJsonObject system() const { return m_state["system"].toObject(); }
     QJsonObject faults() const { return m_state["faults"].toObject(); }
 
-    /// Returns the HRESULT with which a step of the WMI query has to fail now, or 0.
+    /// Returns the HRESULT with which a step of the WMI query has to fail now, or 0. A failure of "Next" comes after
+    /// the last row of wmiRows().
     HRESULT wmiFault(const QString &step) const;
 
     /// Reads the inventory through WMI.
     QVector<WmiRow> wmiRows();
 
-    /// Runs devcon. Sets `output` to what it writes and returns its exit code. The file contains the changes by then.
-    int devcon(const QStringList &arguments, QByteArray &output);
+    /// Runs devcon, whose file is named `program`. Sets `output` to what it writes and returns its exit code. The file
+    /// contains the changes by then.
+    int devcon(const QString &program, const QStringList &arguments, QByteArray &output);
 
     /// Does the same for "powershell", "netsh" and "wmic". `arguments` is the rest of the command line, unparsed.
     int run(const QString &tool, const QString &arguments, QByteArray &output);
 
 private:
-    int fault(const QString &tool) const { return faults()["tools"].toObject()[tool].toInt(); }
+    /// Return the fault of this call. If a list says what each call does, they move on to its next entry.
+    int nextFault(const QString &tool);
+    bool nextInstallFailsLate();
+    void setFault(const QString &key, const QJsonValue &value);
+
+    int removeDevices(const QString &operand, int fault, QByteArray &output);
+    void createDevice();
+    void installDriver(Interface &device);
     int find(const QString &name) const; ///< Returns -1 when there is none.
-    void createInterface();
     QVector<Interface> listInterfaces();
     QByteArray inventoryText(const QString &heading, const char *codec);
     void save();

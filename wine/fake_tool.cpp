@@ -25,8 +25,9 @@ int main(int argc, char **argv)
     // The command line as written: powershell and netsh have their own rules for quotes.
     QString line = QString::fromWCharArray(GetCommandLineW());
     line.remove(QRegularExpression(R"(^("[^"]*"|\S+)\s+)"));
-    const int exitCode = tool.startsWith("devcon") ? machine.devcon(application.arguments().mid(1), output)
-                                                   : machine.run(tool, line, output);
+    const int exitCode = tool.startsWith("devcon")
+                             ? machine.devcon(tool + ".exe", application.arguments().mid(1), output)
+                             : machine.run(tool, line, output);
     DWORD written = 0;
     WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), output.constData(), DWORD(output.size()), &written, nullptr);
     return exitCode;
