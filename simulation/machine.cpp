@@ -27,6 +27,7 @@ const char modelFile[] = R"({
         "wmiFromQuery": 1,
         "wmi": {"CoInitializeEx": "code", "CoInitializeSecurity": "code", "CoCreateInstance": "code",
                 "ConnectServer": "code", "CoSetProxyBlanket": "code", "ExecQuery": "code"},
+        "wmiBreaksOffAfter": 1000,
         "tools": {"devcon install": "codes", "devcon update": "codes", "devcon remove": "codes",
                   "powershell": "codes", "netsh": "codes", "wmic": "codes"},
         "updateRenames": {"*": ""},
@@ -39,10 +40,10 @@ const char modelFile[] = R"({
 })";
 
 // They recognise a command and its names; the unit tests check each character. An apostrophe ends a name, and what
-// follows then matches nothing.
+// follows then matches nothing. To netsh only double quotes hold a value together, so a space ends a name as well.
 const char powershellChange[] =
     R"re("(?<verb>\w+)-NetAdapter -Name '(?<name>[^']*)'(?: -NewName '(?<to>[^']*)'| -Confirm:\$False) "$)re";
-const char netshChange[] = " name='(?<name>[^']*)' (?:newname='(?<to>[^']*)'|admin=(?<verb>\\w+))$";
+const char netshChange[] = " name='(?<name>[^' ]*)' (?:newname='(?<to>[^' ]*)'|admin=(?<verb>\\w+))$";
 
 /// Returns `given` with its missing keys added. `place` says where it is in the file, for the message.
 QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &place, const char *separator = ".")
@@ -190,6 +191,9 @@ HRESULT Machine::wmiFault(const QString &step) const
 {
     if (faults()["wmiFromQuery"].toInt() > 1)
         return 0;
+    // WBEM_E_FAILED; the program does not look at the code.
+    if (step == "Next")
+        return faults()["wmiBreaksOffAfter"].toInt() < 1000 ? -2147217407 : 0;
     return faults()["wmi"].toObject()[step].toInt();
 }
 
@@ -197,11 +201,13 @@ QVector<WmiRow> Machine::wmiRows()
 {
     QVector<WmiRow> rows;
     for (const Interface &each : listInterfaces()) {
-        const WmiValue name{0, VARTYPE(each.name.isEmpty() ? VT_NULL : VT_BSTR), each.name};
+        const WmiValue name{0, VARTYPE(each.hidden ? VT_NULL : VT_BSTR), each.name};
         rows.append({{"NetConnectionID", name}, {"PNPDeviceID", {0, VT_BSTR, each.id}}});
     }
     if (const int from = faults()["wmiFromQuery"].toInt(); from > 1)
         setFault("wmiFromQuery", from - 1);
+    else
+        rows = rows.mid(0, faults()["wmiBreaksOffAfter"].toInt());
     return rows;
 }
 
