@@ -2,15 +2,7 @@
 enable_language(RC)
 # Windows 7, since the default of some compilers is older.
 add_compile_definitions(_WIN32_WINNT=0x0601)
-if(MSVC)
-    # Qt 5.15's headers use stdext::checked_array_iterator, which is deprecated from Visual Studio 2022 17.8 on.
-    add_compile_definitions(_SILENCE_STDEXT_ARR_ITERS_DEPRECATION_WARNING)
-endif()
-
-add_library(tessark SHARED libtessark/libtessark.cpp)
-set_target_properties(tessark PROPERTIES PREFIX "")
-target_include_directories(tessark PUBLIC libtessark)
-target_link_libraries(tessark PUBLIC Qt5::Core PRIVATE ole32 shell32 uuid)
+add_subdirectory(libtessark)
 
 # add_version_resource(TARGET FILE TYPE DESCRIPTION): adds the version resource that Explorer shows, and by which Windows
 # Installer decides whether to replace the file, and the manifest that the variable MANIFEST names, if any.
