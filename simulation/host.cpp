@@ -1,6 +1,6 @@
 /// The host of the native program: libtessark and Sleep() on the simulated machine in the file MORDWELL_MACHINE. The
-/// folder "<file>.files" beside that file is the current folder of the run. It contains the log and, under its Windows
-/// path, wmic.
+/// folder "<file>.files" next to that file is the current folder of the run. It contains the log and, in a file whose
+/// name is a Windows path, wmic.
 #include "libtessark.h"
 #include "machine.h"
 #include "wmi.h"

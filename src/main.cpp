@@ -108,7 +108,7 @@ int main(int argc, char **argv)
     // log.
     QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, true);
     Tap tap;
-    // Only the source line distinguishes the statements of the two failures.
+    // Only the source line distinguishes the log lines of the two failures.
     if (!openLog(tap)) {
         STATEMENT("ERROR");
         logFile.close();

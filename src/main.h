@@ -18,7 +18,7 @@ extern QString ARCH;
 /// qInstallMessageHandler() asks for and uses only the message. It does not notice a failed write.
 void logHandler(QtMsgType type, const QMessageLogContext &context, const QString &message);
 
-/// Begins a statement of the run log. Returns a stream in nospace() mode that already contains the line's prefix.
+/// Begins a line of the run log. Returns a stream in nospace() mode that already contains the line's prefix.
 /// Stream the message into it; the line is written when the stream is destroyed, at the end of the full expression.
 /// `level` is the level word, `file` the source file as ".\\name", `function` the function's qualified name and `line`
 /// the source line. The function is a literal and not the compiler's name for it, since helpers log under the name of

@@ -38,8 +38,8 @@ long errorCode(HRESULT result)
     return static_cast<qint32>(result);
 }
 
-/// Owns a COM pointer, null at first, and releases it. The published smart pointers do more than that: they need ATL or
-/// WRL, or throw exceptions as _com_ptr_t does.
+/// Owns a COM pointer, null at first, and releases it. The smart pointers of the SDK do more than that: they need ATL
+/// or WRL, or throw exceptions as _com_ptr_t does.
 template <typename T>
 struct ComPointer {
     ComPointer() = default;
@@ -101,8 +101,8 @@ void parseInventory(const QString &text, InterfaceMap &interfaces)
     }
 }
 
-/// Runs the device console tool and logs what it wrote. The caller logs the entry statement, since building the
-/// arguments can log too, and the entry statement comes first.
+/// Runs devcon and logs what it wrote. The caller logs the trace line, which comes first: building the arguments can
+/// log too.
 int runDevcon(const char *function, ZELK::Tap &tap, const QStringList &arguments)
 {
     QString output;
@@ -156,7 +156,7 @@ int ZELK::readInterfacesProgrammatically(InterfaceMap &interfaces)
     ComPointer<IWbemServices> services;
 
     // This fails with RPC_E_TOO_LATE as long as anything else in the process holds COM, such as a DLL that a security
-    // product injects. That is a failure like any other and leads to the commands.
+    // product injects. That is a failure like any other: the caller falls back to the commands.
     result = CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_DEFAULT, RPC_C_IMP_LEVEL_IMPERSONATE,
                                   nullptr, EOAC_NONE, nullptr);
     if (logIfFailed(result, "Failed to initialize security. Error code = "))

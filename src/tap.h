@@ -50,7 +50,7 @@ public:
     /// logged.
     int check();
 
-    /// Returns the path of the device console tool for the system's architecture. The file may not exist.
+    /// Returns the path of devcon for the system's architecture. The file may not exist.
     QString pathDevcon();
 
     /// Returns the path of the driver's INF file for the system's version and architecture. The file may not exist.

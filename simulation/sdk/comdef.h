@@ -1,4 +1,4 @@
-/// The COM string wrapper. Unlike the published one it cannot be copied, so nothing needs to be counted.
+/// The COM string wrapper. Unlike the SDK's own it cannot be copied, so it needs no reference count.
 #pragma once
 
 #include "windows.h"

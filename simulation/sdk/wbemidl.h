@@ -1,5 +1,5 @@
-/// The WMI interfaces of the query. Each method that the query calls has its published place in the vtable, so a
-/// program built with the published headers can call these objects too. The other methods only hold their places.
+/// The WMI interfaces of the query. Each method that the query calls has its real place in the vtable, so a program
+/// built with the real SDK headers can call these objects too. The other methods only hold their places.
 #pragma once
 
 #include <windows.h>

@@ -1,5 +1,5 @@
-/// The part of the Windows headers that the program uses, under the published names and signatures, with
-/// the published values. simulation/com.cpp implements COM, each executable Sleep().
+/// The part of the Windows headers that the program uses, with the names, signatures and values of the real ones.
+/// simulation/com.cpp implements COM, each executable Sleep().
 #pragma once
 
 using DWORD = unsigned int;
