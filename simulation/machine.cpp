@@ -93,9 +93,10 @@ QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &pl
 /// unless it is the last one.
 QJsonValue takeNext(QJsonObject &object, const QString &key)
 {
-    if (!object[key].isArray())
-        return object[key];
-    QJsonArray list = object[key].toArray();
+    const QJsonValue value = object.value(key);
+    if (!value.isArray())
+        return value;
+    QJsonArray list = value.toArray();
     const QJsonValue entry = list.first();
     if (list.size() > 1)
         list.removeFirst();
