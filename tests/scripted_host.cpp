@@ -4,12 +4,11 @@
 
 #include <QDir>
 #include <QLoggingCategory>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTextCodec>
-
-#include <algorithm>
 
 int mordwellMain(int argc, char **argv);
 
@@ -33,10 +32,16 @@ QString shortened(const QString &line)
 }
 
 struct ScriptedHost : WmiHost {
-    explicit ScriptedHost(const Step &lines) : script(lines) { wmiHost = this; }
+    explicit ScriptedHost(const Step &lines) : script(lines)
+    {
+        wmiHost = this;
+        for (const Line &line : script)
+            expected << line.text;
+    }
 
-    /// Adds the lines that the log file contains by now and a call to the journal. Returns the script's answer, or
-    /// success without output if the script has another line there.
+    /// Adds the lines that the log file contains by now and a call to the journal. Returns the answer of the next line
+    /// of the script with the same text. If there is none, returns the answer of the last such line or, for a call that
+    /// the script does not contain, success without output.
     Answer answer(const QString &call)
     {
         QFile log("log/tap-log.txt");
@@ -45,9 +50,10 @@ struct ScriptedHost : WmiHost {
         while (!log.atEnd())
             journal << shortened(QString::fromUtf8(log.readLine()).chopped(1));
         logSize = log.size();
-        const Line line = script.value(journal.size());
         journal << call;
-        return last = line.text == call ? line.answer : Answer();
+        const int at = expected.indexOf(call, next);
+        next = qMax(next, at + 1);
+        return last = script.value(at < 0 ? expected.lastIndexOf(call) : at).answer;
     }
     HRESULT comCall(const QString &function, const QString &arguments) override
     {
@@ -56,6 +62,8 @@ struct ScriptedHost : WmiHost {
     QVector<WmiRow> wmiRows() override { return last.rows; }
 
     const Step script;
+    QStringList expected;
+    int next = 0; ///< The line of the script after the last one that was answered.
     QStringList journal;
     Answer last;
     qint64 logSize = 0; ///< How much of the log is in the journal.
@@ -89,18 +97,21 @@ void verifyScript(const Step &script, const std::function<void()> &test)
     qInstallMessageHandler(nullptr);
     qunsetenv("TMPDIR");
 
-    QStringList expected;
-    for (const Line &line : script)
-        expected << line.text;
-    const auto &journal = host->journal;
-    const auto different = std::mismatch(expected.begin(), expected.end(), journal.begin(), journal.end()).first;
-    const int at = different - expected.begin();
-    const auto lines = [](const QStringList &list) { return "\n    " + list.join("\n    "); };
-    const QString text = "calls and log lines differ from the script after%1\n  expected:%2\n  actual:%3";
-    // QVERIFY2 would cut off a long command line.
-    if (journal != expected)
-        QFAIL(qPrintable(text.arg(lines(expected.mid(qMax(0, at - 3), qMin(3, at))), lines(expected.mid(at, 4)),
-                                  lines(journal.mid(at, 4)))));
+    if (scripted.journal == scripted.expected)
+        return;
+    const auto write = [](const QString &name, const QStringList &lines) {
+        QFile file(name);
+        file.open(QIODevice::WriteOnly);
+        file.write(lines.join('\n').toUtf8() + '\n');
+    };
+    write("expected", scripted.expected);
+    write("actual", scripted.journal);
+    QProcess diff;
+    diff.start("diff", {"-u", "expected", "actual"});
+    diff.waitForFinished();
+    // The first two lines name the files.
+    const QList<QByteArray> lines = diff.readAll().split('\n').mid(2, 20);
+    QFAIL(("calls and log lines differ from the script (- expected, + actual):\n" + lines.join('\n')).constData());
 }
 
 void runMain(QList<QByteArray> words)

@@ -27,8 +27,8 @@ using Step = QVector<Line>;
 Step operator*(int count, const Step &step);
 
 /// Performs the test in an empty temporary folder. The fake host keeps a journal of the calls that the program makes
-/// and of the lines that it logs, in their order. Fails the running test if the journal differs from the script: prints
-/// up to three lines before the first difference, and up to four lines of each from there on.
+/// and of the lines that it logs, in their order. Fails the running test if the journal differs from the script, and
+/// prints the first differences as `diff -u` does.
 void verifyScript(const Step &script, const std::function<void()> &test);
 
 /// Runs main() with these words on the command line. Call it only inside the `test` that verifyScript() performs. The
