@@ -9,15 +9,33 @@
 
 #include <QTest>
 
+#include <csignal>
+#include <cstdio>
+
 class UnitTest : public QObject
 {
     Q_OBJECT
 
 private slots:
+    void initTestCase();
     void scenarios_data();
     void scenarios();
     void operations();
 };
+
+/// Makes a crash print which test was running. QTest's own handler prints a debugger's output instead, and its message
+/// goes into the program's log.
+void UnitTest::initTestCase()
+{
+    for (const int signal : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV}) {
+        std::signal(signal, [](int received) {
+            const char *title = QTest::currentDataTag();
+            std::fprintf(stderr, "crashed: %s(%s)\n", QTest::currentTestFunction(), title ? title : "");
+            std::signal(received, SIG_DFL);
+            std::raise(received);
+        });
+    }
+}
 
 void UnitTest::scenarios_data()
 {
