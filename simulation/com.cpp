@@ -1,5 +1,5 @@
-/// Fakes of COM's functions, as far as the WMI query uses them. They keep track of what they hand out, report every
-/// call to the host, and fail when it says so.
+/// Fakes of COM's functions, as far as the WMI query uses them. They report every call to the host, and fail when it
+/// says so.
 #include <comdef.h>
 #include <wbemidl.h>
 

@@ -1,38 +1,40 @@
 /// The steps that the scenarios consist of: what the program calls and logs, and what the calls return. An answer is
-/// {exit code, output}; {} is success without output. Texts in log lines are as QDebug quotes and escapes them.
+/// {exit code, output}; {} is success without output. Strings in log lines are as QDebug quotes and escapes them.
 #pragma once
 
 #include "scripted_host.h"
 
+namespace steps
+{
+
 const QString kit = "HalvaneRelayKit";
 
 /// A line of the journal. If it is a call, the call returns `answer`.
-const auto call = [](QString text, Answer answer = {}) -> Step { return {{text, answer}}; };
+inline Step line(QString text, Answer answer = {})
+{
+    return {{text, answer}};
+}
 /// A log line of any function.
-const auto logged = [](QString level, QString function, QString text = "") {
-    return call('[' + level + "] " + function + "(): " + text);
-};
-/// A debug line of check().
-const auto noted = [](QString text) { return logged("debug", "check", text); };
-/// An operation of Tap fails, or one of its steps does.
-const auto fails = [](QString operation, QString text = "") { return logged("ERROR", operation, text); };
-/// An operation of Tap succeeds and logs the output of the tool that it ran.
-const auto output = [](QString name, QString text = "") { return logged("debug", name, '"' + text + '"'); };
+inline Step logged(QString level, QString function, QString text = "")
+{
+    return line('[' + level + "] " + function + "(): " + text);
+}
 
 /// main() opens the log and logs the command word.
-const auto started = [](QString word) {
-    return call(R"(not in the log: Logging to: "log/tap-log.txt")") + logged("debug", "main", "arg: '" + word + "'");
-};
+inline Step started(QString word)
+{
+    return line(R"(not in the log: Logging to: "log/tap-log.txt")") + logged("debug", "main", "arg: '" + word + "'");
+}
 /// The program waits for one second.
-const Step waited = call("Sleep 1000");
+const Step waited = line("Sleep 1000");
 /// How a run ends: with a wait and 0, or with an ERROR line and -1.
-const Step good = waited + call("exit code 0");
-const Step bad = logged("ERROR", "main") + call("exit code -1");
+const Step good = waited + line("exit code 0");
+const Step bad = logged("ERROR", "main") + line("exit code -1");
 
-/// A property of a row of the WMI query: a text, or a VARIANT of another type.
+/// A property of a row of the WMI query: a string, for which Get() can fail, or a VARIANT of another type.
 struct Value : WmiValue {
-    Value(const QString &string) : WmiValue{0, VT_BSTR, string} {}
-    Value(const char *string) : Value(QString(string)) {}
+    Value(const QString &string, HRESULT code = 0) : WmiValue{code, VT_BSTR, string} {}
+    Value(const char *string, HRESULT code = 0) : Value(QString(string), code) {}
     Value(VARTYPE vartype) : WmiValue{0, vartype, {}} {}
 };
 /// The name or id of a hidden adapter.
@@ -40,45 +42,61 @@ const Value hidden(VT_NULL);
 /// Names and ids of interfaces.
 using Rows = QVector<std::pair<Value, Value>>;
 
-/// The calls of the query until it reads rows. CoInitializeEx() returns 1 (S_FALSE), which is a success.
-const Step query = call("CoInitializeEx(null, 0)", {1}) +
-                   call("CoInitializeSecurity(null, -1, null, null, 0, 3, null, 0, null)") +
-                   call("CoCreateInstance(4590f811, null, 1, dc12a687)") + call("SysAllocString()") +
-                   call("ConnectServer(ROOT\\CIMV2, null, null, null, 0, null, null)") + call("SysFreeString()") +
-                   call("CoSetProxyBlanket(services, 10, 0, null, 3, 3, null, 0)") + 2 * call("SysAllocString()") +
-                   call("ExecQuery(WQL, SELECT NetConnectionID, PNPDeviceID FROM Win32_NetworkAdapter "
-                        "WHERE Description = 'TAP-Windows Adapter V9', 48, null)") +
-                   2 * call("SysFreeString()");
-const auto property = [](QString name, Value value) {
-    return call("Get(" + name + ", 0, null, null)") +
-           logged("LOG", "readInterfacesProgrammatically", name + " : \"" + value.text + '"') + call("VariantClear()");
-};
+/// The calls of the query until it reads `rows`. CoInitializeEx() returns 1 (S_FALSE), which is a success.
+inline Step query(QVector<WmiRow> rows)
+{
+    const Step allocated = line("SysAllocString()");
+    const Step freed = line("SysFreeString()");
+    const QString wql =
+        "SELECT NetConnectionID, PNPDeviceID FROM Win32_NetworkAdapter WHERE Description = 'TAP-Windows Adapter V9'";
+    return line("CoInitializeEx(null, 0)", {1}) +
+           line("CoInitializeSecurity(null, -1, null, null, 0, 3, null, 0, null)") +
+           line("CoCreateInstance(4590f811, null, 1, dc12a687)") + allocated +
+           line("ConnectServer(ROOT\\CIMV2, null, null, null, 0, null, null)") + freed +
+           line("CoSetProxyBlanket(services, 10, 0, null, 3, 3, null, 0)") + 2 * allocated +
+           line("ExecQuery(WQL, " + wql + ", 48, null)", {0, {}, rows}) + 2 * freed;
+}
 /// readInterfaces() gets these interfaces from WMI. The last Next() fails, which the program treats as the end of the
 /// list.
-const auto wmi = [](Rows rows) {
-    Step step = logged("trace", "readInterfaces") + query;
+inline Step wmi(Rows rows)
+{
+    // A property that is not a string, or whose Get() fails, is logged as an empty string.
+    const auto property = [](QString name, Value value) {
+        const QString text = name + " : \"" + (value.result == 0 ? value.text : "") + '"';
+        return line("Get(" + name + ", 0, null, null)") + logged("LOG", "readInterfacesProgrammatically", text) +
+               line("VariantClear()");
+    };
+    QVector<WmiRow> listed;
+    Step read;
     for (const auto &[name, id] : rows) {
-        // The line of ExecQuery(), after the trace line and nine other calls.
-        step[10].answer.rows.append({{"NetConnectionID", name}, {"PNPDeviceID", id}});
-        step += call("Next(-1, 1)") + property("NetConnectionID", name) + property("PNPDeviceID", id) +
-                call("Release(row)");
+        listed.append({{"NetConnectionID", name}, {"PNPDeviceID", id}});
+        read += line("Next(-1, 1)") + property("NetConnectionID", name) + property("PNPDeviceID", id) +
+                line("Release(row)");
     }
-    return step + call("Next(-1, 1)", {0x80041001L}) + call("Release(services)") + call("Release(locator)") +
-           call("Release(enumerator)") + call("CoUninitialize()");
-};
-/// readInterfaces() gets nothing from WMI: this function fails, and the query makes no call after the first `calls`
-/// except the last of its releases. A step for one of the commands has to follow.
-const auto queryFails = [](QString function, int calls, QString text, int releases) {
-    Step step = query.mid(0, calls);
-    // As the published headers write the code, which is negative only where long has 32 bits.
-    for (Line &line : step)
-        line.answer.result = line.text.startsWith(function) ? 0x80041003L : 0;
-    const Step released = call("Release(services)") + call("Release(locator)") + call("CoUninitialize()");
-    return logged("trace", "readInterfaces") + step +
-           logged("ERROR", "readInterfacesProgrammatically", text + "-2147217405") + released.mid(3 - releases) +
-           fails("readInterfaces", "Failed to read interfaces programmatically");
-};
-const Step noWmi = queryFails("CoInitializeSecurity", 2, "Failed to initialize security. Error code = ", 1);
+    return logged("trace", "readInterfaces") + query(listed) + read + line("Next(-1, 1)", {0x80041001L}) +
+           line("Release(services)") + line("Release(locator)") + line("Release(enumerator)") +
+           line("CoUninitialize()");
+}
+/// readInterfaces() gets nothing from WMI, because this function fails. `end` is how the query ends. A step for one of
+/// the commands has to follow.
+inline Step queryFails(QString function, QString text, Step end)
+{
+    Step step = logged("trace", "readInterfaces");
+    bool failed = false;
+    for (Line each : query({})) {
+        // The strings that the failing call received are still freed.
+        if (failed && each.text != "SysFreeString()")
+            break;
+        failed = failed || each.text.startsWith(function + '(');
+        // As the real SDK headers write the code, which is negative only where long has 32 bits.
+        each.answer.result = failed ? 0x80041003L : 0;
+        step += each;
+    }
+    return step + logged("ERROR", "readInterfacesProgrammatically", text + "-2147217405") + end +
+           logged("ERROR", "readInterfaces", "Failed to read interfaces programmatically");
+}
+const Step wmiFails =
+    queryFails("CoInitializeSecurity", "Failed to initialize security. Error code = ", line("CoUninitialize()"));
 
 /// The commands that write the inventory into the scratch file.
 const QString wmic =
@@ -88,84 +106,77 @@ const QString powershell =
     R"(-Filter """Description='TAP-Windows Adapter V9'""" | Format-Table  -HideTableHeaders )"
     R"(-Property  'NetConnectionID', 'PNPDeviceID' } "> "SCRATCH" )";
 /// readInterfaces() finds these interfaces in the scratch file.
-const auto found = [](Rows rows) {
+inline Step found(Rows rows)
+{
     Step step = logged("debug", "readInterfaces", "Reading interfaces");
-    for (const auto &[name, id] : rows) {
-        const QString text = "Found device name: \"" + name.text + "\", id: \"" + id.text + '"';
-        step += logged("debug", "readInterfaces", text);
-    }
+    const QString text = R"(Found device name: "%1", id: "%2")";
+    for (const auto &[name, id] : rows)
+        step += logged("debug", "readInterfaces", text.arg(name.text, id.text));
     return step;
-};
+}
 
-/// The device console tool runs.
-const auto devcon = [](QString arguments, Answer answer) {
-    return call(R"(C:\Program Files//HalvaneRelayKit/bin/devcon-x64.exe )" + arguments, answer);
-};
-/// create(), update() or remove() runs the device console tool. A step for the outcome has to follow.
-const auto driver = [](QString operation, Answer answer) {
-    const Step entry = logged("trace", operation);
-    if (operation == "remove")
-        return entry + devcon("[remove] [tap0901]", answer);
-    const QString inf = R"([C:\Program Files//HalvaneRelayKit/driver/win10/x64/OemVista.inf])";
-    return entry + call("winVersion", {0, "10.3"}) + logged("debug", "pathDriver", "Detected OS version 10.3") +
-           devcon((operation == "create" ? "[install] " : "[update] ") + inf + " [tap0901]", answer);
-};
-/// create() succeeds; update() succeeds, or fails.
-const Step created = driver("create", {}) + output("create");
-const Step updated = driver("update", {}) + output("update");
-const Step updateFailed = driver("update", {2, "lost"}) + fails("update");
+/// devcon runs.
+inline Step devcon(QString arguments, Answer answer)
+{
+    return line(R"(C:\Program Files//HalvaneRelayKit/bin/devcon-x64.exe )" + arguments, answer);
+}
+/// create(), update() or remove() runs devcon. Then it logs the output or, after a failure, an ERROR line.
+inline Step driver(QString operation, Answer answer = {}, QString output = "")
+{
+    Step step = logged("trace", operation);
+    QString arguments = operation == "create" ? "[install] " : '[' + operation + "] ";
+    if (operation != "remove") {
+        step += line("winVersion", {0, "10.3"}) + logged("debug", "pathDriver", "Detected OS version 10.3");
+        arguments += R"([C:\Program Files//HalvaneRelayKit/driver/win10/x64/OemVista.inf] )";
+    }
+    step += devcon(arguments + "[tap0901]", answer);
+    return step + (answer.result > 1 ? logged("ERROR", operation) : logged("debug", operation, '"' + output + '"'));
+}
 
-/// enable(), disable() or rename() runs powershell and, if there is a second answer, netsh. A step for the outcome has
-/// to follow.
-const auto tries = [](QString operation, QVector<Answer> answers, QString name = kit, QString newName = {}) {
+/// enable(), disable() or rename() runs powershell and, if there is a second answer, netsh. Then it logs the output or,
+/// after a failure, an ERROR line.
+inline Step adapter(QString operation, QVector<Answer> answers, QString output, QString name, QString newName = {})
+{
     const bool isRename = operation == "rename";
     const QString verb = operation[0].toUpper() + operation.mid(1);
     const QString option = isRename ? "-NewName '" + newName + '\'' : "-Confirm:$False";
     const QString change = isRename ? "newname='" + newName + '\'' : "admin=" + verb.toUpper() + 'D';
     const QString purpose = isRename ? operation : operation + " interface";
-    const QString line = "cmd /c powershell -NonInteractive -Command  \"" + verb + "-NetAdapter -Name '" + name + "' ";
-    Step step = logged("trace", operation) + call(line + option + " \"", answers[0]);
+    const QString command = "cmd /c powershell -NonInteractive -Command  \"" + verb + "-NetAdapter -Name '" + name;
+    Step step = logged("trace", operation) + line(command + "' " + option + " \"", answers[0]);
     if (answers.size() == 2)
-        step += fails(operation, "Failed to " + purpose + " using powershell, trying netsh...") +
-                call("netsh.exe interface set interface name='" + name + "' " + change, answers[1]);
-    return step;
-};
-/// rename() succeeds, or fails.
-const auto renamed = [](QString from, QString to) { return tries("rename", {{}}, from, to) + output("rename"); };
-const auto renameFailed = [](QString from, QString to) {
-    return tries("rename", {{2, "lost"}, {-1, "lost"}}, from, to) + fails("rename");
-};
-/// check() disables the interface in the end, and the run succeeds. Ends with `good`.
-const Step disabled = tries("disable", {{}}) + output("disable") + good;
+        step += logged("ERROR", operation, "Failed to " + purpose + " using powershell, trying netsh...") +
+                line("netsh.exe interface set interface name='" + name + "' " + change, answers[1]);
+    const bool done = answers.last().result == 0;
+    return step + (done ? logged("debug", operation, '"' + output + '"') : logged("ERROR", operation));
+}
+/// rename() succeeds with powershell, or has these answers.
+inline Step renamed(QString from, QString to, QVector<Answer> answers = {{}})
+{
+    return adapter("rename", answers, "", from, to);
+}
 
-/// check() starts. `firstRead` is how the first inventory is read.
-const auto checking = [](Step firstRead) { return logged("trace", "check") + firstRead; };
-/// check() up to the second inventory, with a successful update between the two.
-const auto update = [](Rows before, Rows after) { return checking(wmi(before)) + updated + wmi(after); };
-/// check() on a machine without interfaces, up to create().
-const Step none = checking(wmi({})) + noted("No tap interfaces/drivers detected");
-/// check() ends on a machine that had the interface already. Ends with `good`.
-const Step present = noted("Tap interface already present") + disabled;
-
-/// check() notices that the update renamed an interface, and restores the name.
-const auto restored = [](QString name, QString id, QString newName) {
+/// check() starts, and finds an empty inventory.
+const Step checking = logged("trace", "check");
+const Step noInterfaces = logged("debug", "check", "No tap interfaces/drivers detected");
+/// check() ends: it disables the interface, which it had found or added.
+const Step disabled = adapter("disable", {{}}, "", kit) + good;
+const Step alreadyPresent = logged("debug", "check", "Tap interface already present");
+const Step present = alreadyPresent + disabled;
+/// check() notices that the update renamed an interface, and restores the name, or has these answers.
+inline Step restored(QString name, QString id, QString newName, QVector<Answer> answers = {{}})
+{
     const QString text = R"(Rename required! Old key: "%1" old val: "%2" new key: "%3" new val: "%2")";
-    return noted(text.arg(name, id, newName)) + renamed(newName, name);
-};
+    return logged("debug", "check", text.arg(name, id, newName)) + renamed(newName, name, answers);
+}
+/// A poll finds these interfaces. If they are more than before create(), it logs the new ids, here in the order of a
+/// QSet.
+inline Step polled(int before, Rows rows, QStringList newIds = {})
+{
+    const QString counts = QString(R"(old count: "%1", new count: "%2")").arg(before).arg(rows.size());
+    const Step step = wmi(rows) + logged("debug", "check", counts);
+    const QString set = newIds.isEmpty() ? "" : '"' + newIds.join("\", \"") + '"';
+    return rows.size() > before ? step + logged("debug", "check", "new ids: QSet(" + set + ')') : step;
+}
 
-/// A poll compares the number of interfaces before create() and now.
-const auto counts = [](int before, int now) {
-    return noted(QString(R"(old count: "%1", new count: "%2")").arg(before).arg(now));
-};
-/// A poll finds no more interfaces than before create().
-const auto polled = [](int before, Rows rows) { return wmi(rows) + counts(before, rows.size()); };
-/// A poll finds new ids, here in the order of a QSet.
-const auto newIds = [](QStringList ids) {
-    return noted("new ids: QSet(" + (ids.isEmpty() ? "" : '"' + ids.join("\", \"") + '"') + ')');
-};
-/// A poll finds more interfaces than before create(), with these new ids.
-const auto seen = [](int before, Rows rows, QStringList ids) { return polled(before, rows) + newIds(ids); };
-/// Two polls find the same new id.
-const auto confirmed = [](int before, Rows rows, QString id) {
-    return seen(before, rows, {id}) + waited + seen(before, rows, {id});
-};
+} // namespace steps
