@@ -41,8 +41,7 @@ struct Row : Object<IWbemClassObject> {
     {
         comCall(m_host, "Get", {property, flags, type, flavor});
         const WmiValue found = m_values.value(QString::fromWCharArray(property));
-        if (failed(found.result))
-            return found.result;
+        // A call that fails sets the value too, to catch a program that uses it.
         value->vt = found.type;
         if (found.type == VT_BSTR)
             value->bstrVal = found.text.isNull() ? nullptr : makeVariantText(found.text.toStdWString().c_str());

@@ -8,8 +8,7 @@
 
 #include "sdk/wbemidl.h"
 
-/// A property of a row of the WMI query: the HRESULT of Get(), the type of the VARIANT and, for a string,
-/// its text.
+/// A property of a row of the WMI query: the HRESULT of Get(), the type of the VARIANT and, for a string, its content.
 struct WmiValue {
     HRESULT result;
     VARTYPE type;

@@ -66,6 +66,8 @@ void UnitTest::scenarios_data()
     for (const char *word : {"help", "Create", "lis", ""})
         scenario(QByteArray("logs the usage: ") + word, word, logged("debug", "main", "USAGE") + good);
     scenario("logs each row", "list", wmi({{"A", "1"}, {hidden, "2"}, {"B", hidden}}) + good);
+    const Rows unreadable{{Value("A", 0x80041002L), "1"}, {"B", Value("2", -1)}};
+    scenario("a property is empty if Get() fails", "list", wmi(unreadable) + good);
 
     for (const QByteArray word : {"create", "update", "remove", "removeAll"}) {
         const QString name = word == "removeAll" ? "remove" : word;
