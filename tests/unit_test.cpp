@@ -8,6 +8,7 @@
 #include "tap.h"
 
 #include <QTest>
+#include <QTextCodec>
 
 #include <csignal>
 #include <cstdio>
@@ -213,6 +214,8 @@ void UnitTest::operations()
     for (const QStringList &each : drivers) {
         const Step version = logged("debug", "pathDriver", "Detected OS version " + each[1]);
         verifyScript(line("winVersion", {0, each[1]}) + version, [&] {
+            // The variable is UTF-8, whatever the codec of the locale.
+            QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
             ARCH = each[0];
             qputenv("ProgramFiles", "D:\\Bür");
             QCOMPARE(ZELK::Tap().pathDriver(), "D:\\Bür//HalvaneRelayKit/driver/" + each[2]);
