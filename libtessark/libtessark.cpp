@@ -44,7 +44,7 @@ int run(QProcess &process, const QString &program, const QStringList &arguments,
     return crashed && exitCode == 0 ? -1 : exitCode;
 }
 
-/// Whether `path` is the full path of an .exe file on a drive letter. Any other path can depend on the current folder
+/// Whether `path` is the full path of an .exe file with a drive letter. Any other path can depend on the current folder
 /// or name a server, such as //server/tool.exe, and a batch file would have its arguments interpreted by cmd.
 bool isProgramOnDrive(const QString &path)
 {
@@ -66,8 +66,8 @@ QString systemFolder()
     return length < MAX_PATH ? QString::fromWCharArray(folder, int(length)) : QString();
 }
 
-/// Returns the path of the program in `folder` that is named `name`, with or without ".exe"; an empty text if there is
-/// none.
+/// Returns the path of the program in `folder` that is named `name`, with or without ".exe"; an empty string if there
+/// is none.
 QString programIn(const QString &folder, const QString &name)
 {
     // SearchPath() looks for a name that contains a path outside the folder.
@@ -79,21 +79,29 @@ QString programIn(const QString &folder, const QString &name)
     return length < MAX_PATH ? QString::fromWCharArray(path, int(length)) : QString();
 }
 
-/// Returns this process's environment, except for its search paths: they contain only folders that none but
-/// administrators can write to, and a command is only a .com or .exe file.
-QProcessEnvironment systemEnvironment(const QString &folder)
+/// Returns this process's environment, except for what a user could set, without being elevated, to make an elevated
+/// child run other files. The search paths contain only folders in which nobody but administrators can write, and a
+/// command is only a .com or .exe file. `system` is the system folder.
+QProcessEnvironment systemEnvironment(const QString &system)
 {
-    wchar_t windows[MAX_PATH];
-    const UINT length = qMin<UINT>(GetSystemWindowsDirectoryW(windows, MAX_PATH), MAX_PATH);
-    const QString powershell = folder + "\\WindowsPowerShell\\v1.0";
+    wchar_t folder[MAX_PATH];
+    const UINT length = qMin<UINT>(GetSystemWindowsDirectoryW(folder, MAX_PATH), MAX_PATH);
+    const QString windows = QString::fromWCharArray(folder, int(length));
+    const QString powershell = system + "\\WindowsPowerShell\\v1.0";
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    const QStringList path{folder, QString::fromWCharArray(windows, int(length)), folder + "\\Wbem", powershell};
-    environment.insert("PATH", path.join(';'));
+    environment.insert("SystemRoot", windows);
+    environment.insert("windir", windows);
+    environment.insert("ComSpec", system + "\\cmd.exe");
+    environment.insert("PATH", QStringList{system, windows, system + "\\Wbem", powershell}.join(';'));
     environment.insert("PATHEXT", ".COM;.EXE");
     environment.insert("NoDefaultCurrentDirectoryInExePath", "1");
     // PowerShell 7 hands down its own value, with which modules that both have fail to load in Windows PowerShell.
     // PowerShell itself adds the account's module folder.
     environment.insert("PSModulePath", powershell + "\\Modules");
+    // With these, .NET loads the DLL of a profiler, for example, into powershell.
+    const QRegExp dotNet("^(COR|CORECLR|COMPLUS|DOTNET|APPDOMAIN_MANAGER)_", Qt::CaseInsensitive);
+    for (const QString &name : environment.keys().filter(dotNet))
+        environment.remove(name);
     return environment;
 }
 

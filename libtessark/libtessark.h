@@ -10,7 +10,7 @@
 #define TESSARK_API Q_DECL_IMPORT
 #endif
 
-/// What the package's programs need of the host: starting processes, and facts about the system. All functions work
+/// What the package's programs need from the host: starting processes, and facts about the system. All functions work
 /// without a QCoreApplication, also during static construction. None of them holds COM beyond the call: as long as
 /// anything in the process does, CoInitializeSecurity() fails there.
 namespace libtessark
@@ -32,8 +32,8 @@ TESSARK_API bool win64Sys();
 TESSARK_API int winVersion(int *major, int *minor);
 
 /// Runs `program` with `arguments`, without a window and with an empty standard input, and waits until it has ended,
-/// without a time limit. `program` is the full path of an .exe file on a drive letter, such as C:\folder\tool.exe, with
-/// slashes or backslashes; with anything else, such as a network path, the call fails and starts nothing. Replaces
+/// without a time limit. `program` is the full path of an .exe file with a drive letter, such as C:\folder\tool.exe,
+/// with slashes or backslashes; with anything else, such as a network path, the call fails and starts nothing. Replaces
 /// `output` by all that the program wrote, standard error included.
 /// Returns the exit code of the program; a value other than 0 also when it could not be started or crashed.
 /// With `oneMeansRestart`, exit code 1 means "done, but a restart is needed", and the result is then 0. A program
@@ -45,7 +45,9 @@ TESSARK_API int execute(const QString &program, const QStringList &arguments, QS
 /// Runs one whole command line, which the command receives exactly as written. Its first word is the name of a program
 /// in the system folder; with any other the call fails and starts nothing. The command's current folder is the system
 /// folder. Its PATH, PATHEXT and PSModulePath are limited to what the system itself provides, so that whatever it
-/// starts by name comes from the system's folders too. It inherits the rest of the environment. Replaces the content of
+/// starts by name comes from the system's folders too. SystemRoot, windir and ComSpec have their true values. Variables
+/// whose names begin with COR_, CORECLR_, COMPLUS_, DOTNET_ or APPDOMAIN_MANAGER_, in any case, are left out, because
+/// some of them make powershell load a DLL. The command inherits the rest of the environment. Replaces the content of
 /// `output`, never null, by what the command wrote. Standard input, waiting and result are as with execute(). The last
 /// parameter is for other callers and stays null.
 TESSARK_API int executeSync(const QString &commandLine, QByteArray *output, QByteArray *);
