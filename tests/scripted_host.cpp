@@ -99,19 +99,13 @@ void verifyScript(const Step &script, const std::function<void()> &test)
 
     if (scripted.journal == scripted.expected)
         return;
-    const auto write = [](const QString &name, const QStringList &lines) {
-        QFile file(name);
-        file.open(QIODevice::WriteOnly);
-        file.write(lines.join('\n').toUtf8() + '\n');
-    };
-    write("expected", scripted.expected);
-    write("actual", scripted.journal);
     QProcess diff;
-    diff.start("diff", {"-u", "expected", "actual"});
+    diff.start("bash", {"-c", R"(diff -u <(printf '%s\n' "$0") <(printf '%s\n' "$1"))", scripted.expected.join('\n'),
+                        scripted.journal.join('\n')});
     diff.waitForFinished();
     // The first two lines name the files.
-    const QList<QByteArray> lines = diff.readAll().split('\n').mid(2, 20);
-    QFAIL(("calls and log lines differ from the script (- expected, + actual):\n" + lines.join('\n')).constData());
+    const QByteArray differences = diff.readAll().split('\n').mid(2, 20).join('\n');
+    QFAIL(("calls and log lines differ from the script (- expected, + actual):\n" + differences).constData());
 }
 
 void runMain(QList<QByteArray> words)

@@ -20,11 +20,6 @@ inline Step logged(QString level, QString function, QString text = "")
     return line('[' + level + "] " + function + "(): " + text);
 }
 
-/// main() opens the log and logs the command word.
-inline Step started(QString word)
-{
-    return line(R"(not in the log: Logging to: "log/tap-log.txt")") + logged("debug", "main", "arg: '" + word + "'");
-}
 /// The program waits for one second.
 const Step waited = line("Sleep 1000");
 /// How a run ends: with a wait and 0, or with an ERROR line and -1.
@@ -115,11 +110,8 @@ inline Step found(Rows rows)
     return step;
 }
 
-/// devcon runs.
-inline Step devcon(QString arguments, Answer answer)
-{
-    return line(R"(C:\Program Files//HalvaneRelayKit/bin/devcon-x64.exe )" + arguments, answer);
-}
+/// devcon, which its arguments follow, each in brackets.
+const QString devcon = R"(C:\Program Files//HalvaneRelayKit/bin/devcon-x64.exe )";
 /// create(), update() or remove() runs devcon. Then it logs the output or, after a failure, an ERROR line.
 inline Step driver(QString operation, Answer answer = {}, QString output = "")
 {
@@ -129,7 +121,7 @@ inline Step driver(QString operation, Answer answer = {}, QString output = "")
         step += line("winVersion", {0, "10.3"}) + logged("debug", "pathDriver", "Detected OS version 10.3");
         arguments += R"([C:\Program Files//HalvaneRelayKit/driver/win10/x64/OemVista.inf] )";
     }
-    step += devcon(arguments + "[tap0901]", answer);
+    step += line(devcon + arguments + "[tap0901]", answer);
     return step + (answer.result > 1 ? logged("ERROR", operation) : logged("debug", operation, '"' + output + '"'));
 }
 

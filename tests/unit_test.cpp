@@ -15,6 +15,10 @@
 
 using namespace steps;
 
+/// The file that exists before a scenario. With the name of a folder, it prevents that folder.
+const QString wmicExists = R"(C:\Windows\System32\wbem\WMIC.exe)", noWmic = "another file", noLog = "log",
+              noTemporaryFolder = "tmp";
+
 class UnitTest : public QObject
 {
     Q_OBJECT
@@ -30,14 +34,13 @@ private slots:
 /// goes into the program's log.
 void UnitTest::initTestCase()
 {
-    for (const int signal : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV}) {
+    for (const int signal : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV})
         std::signal(signal, [](int received) {
             const char *title = QTest::currentDataTag();
             std::fprintf(stderr, "crashed: %s(%s)\n", QTest::currentTestFunction(), title ? title : "");
             std::signal(received, SIG_DFL);
             std::raise(received);
         });
-    }
 }
 
 void UnitTest::scenarios_data()
@@ -45,53 +48,50 @@ void UnitTest::scenarios_data()
     QTest::addColumn<QByteArrayList>("words");
     QTest::addColumn<Step>("script");
     QTest::addColumn<QString>("file");
-    // The file that exists before the run. With the name of a folder, it prevents that folder.
-    const QString wmicExists = R"(C:\Windows\System32\wbem\WMIC.exe)";
-    const QString noWmic = "another file", noLog = "log", noTemporaryFolder = "tmp";
-    const auto run = [](const QByteArray &title, const QByteArrayList &words, const Step &script, const QString &file) {
-        QTest::newRow(title) << words << script << file;
-    };
-    const auto scenario = [&](const QByteArray &title, const QByteArray &word, const Step &script) {
-        run(title, {word}, started(word) + script, wmicExists);
+    const auto scenario = [](QByteArray title, QByteArrayList words, Step script, QString file = wmicExists) {
+        const QString word = words.size() == 1 ? words[0] : "check";
+        const Step started =
+            line(R"(not in the log: Logging to: "log/tap-log.txt")") + logged("debug", "main", "arg: '" + word + "'");
+        QTest::newRow(title) << words << started + script << file;
     };
     const auto update = [](Rows before, Rows after) { return checking + wmi(before) + driver("update") + wmi(after); };
     const Rows own{{kit, "1"}};
     const Rows a1{{"A", "1"}};
-    const Step checked = started("check") + update(own, own) + present;
+    const Step checked = update(own, own) + present;
     const Step checkFails = logged("ERROR", "check") + bad;
     const QVector<Answer> bothFail{{1, "lost"}, {-1, "lost"}};
 
-    run("fails if the log cannot be opened", {"create"}, bad, noLog);
-    run("checks without a word", {}, checked, wmicExists);
-    run("checks with two words", {"list", "x"}, checked, wmicExists);
+    QTest::newRow("fails if the log cannot be opened") << QByteArrayList{"create"} << bad << noLog;
+    scenario("checks without a word", {}, checked);
+    scenario("checks with two words", {"list", "x"}, checked);
     for (const char *word : {"help", "Create", "lis", ""})
-        scenario(QByteArray("logs the usage: ") + word, word, logged("debug", "main", "USAGE") + good);
-    scenario("logs each row", "list", wmi({{"A", "1"}, {hidden, "2"}, {"B", hidden}}) + good);
+        scenario(QByteArray("logs the usage: ") + word, {word}, logged("debug", "main", "USAGE") + good);
+    scenario("logs each row", {"list"}, wmi({{"A", "1"}, {hidden, "2"}, {"B", hidden}}) + good);
     const Rows unreadable{{Value("A", 0x80041002L), "1"}, {"B", Value("2", -1)}};
-    scenario("a property is empty if Get() fails", "list", wmi(unreadable) + good);
+    scenario("a property is empty if Get() fails", {"list"}, wmi(unreadable) + good);
 
     for (const QByteArray word : {"create", "update", "remove", "removeAll"}) {
         const QString name = word == "removeAll" ? "remove" : word;
-        scenario(word + " succeeds", word, driver(name, {0, "two\r\nlines é\""}, R"(two\r\nlines é\")") + good);
-        scenario(word + " succeeds if a restart is needed", word, driver(name, {1, "done"}, "done") + good);
-        scenario(word + " fails", word, driver(name, {2, "lost"}) + bad);
+        scenario(word + " succeeds", {word}, driver(name, {0, "two\r\nlines é\""}, R"(two\r\nlines é\")") + good);
+        scenario(word + " succeeds if a restart is needed", {word}, driver(name, {1, "done"}, "done") + good);
+        scenario(word + " fails", {word}, driver(name, {2, "lost"}) + bad);
     }
-    scenario("create continues if the version is unknown", "create",
+    scenario("create continues if the version is unknown", {"create"},
              logged("trace", "create") + line("winVersion", {-1}) + logged("ERROR", "pathDriver") +
-                 devcon("[install] [] [tap0901]", {}) + logged("debug", "create", "\"\"") + good);
+                 line(devcon + "[install] [] [tap0901]", {}) + logged("debug", "create", "\"\"") + good);
 
-    const auto removal = [&](const char *title, Step script) { scenario(title, "removeInterface", script + good); };
+    const auto removal = [&](const char *title, Step script) { scenario(title, {"removeInterface"}, script + good); };
     const Step notRemoved = logged("ERROR", "removeInterface") + logged("debug", "main");
     removal("removes the interface even if a restart is needed",
-            wmi({{"A", "1"}, {kit, "7"}}) + devcon("[remove] [@7]", {1}));
-    removal("removes the interface even if its id is empty", wmi({{kit, ""}}) + devcon("[remove] [@]", {}));
-    removal("removes the last one of that name", wmi({{kit, "7"}, {kit, "8"}}) + devcon("[remove] [@8]", {}));
-    removal("only logs a failed removal", wmi(own) + devcon("[remove] [@1]", {2, "lost"}) + notRemoved);
+            wmi({{"A", "1"}, {kit, "7"}}) + line(devcon + "[remove] [@7]", {1}));
+    removal("removes the interface even if its id is empty", wmi({{kit, ""}}) + line(devcon + "[remove] [@]", {}));
+    removal("removes the last one of that name", wmi({{kit, "7"}, {kit, "8"}}) + line(devcon + "[remove] [@8]", {}));
+    removal("only logs a failed removal", wmi(own) + line(devcon + "[remove] [@1]", {2, "lost"}) + notRemoved);
     removal("removes no interface with another name", wmi({{"halvanerelaykit", "7"}, {kit, hidden}}) + notRemoved);
 
     for (const QByteArray word : {"enable", "disable"}) {
         const auto tries = [&](const char *title, QVector<Answer> answers, QString output, const Step &end) {
-            scenario(word + title, word, adapter(word, answers, output, kit) + end);
+            scenario(word + title, {word}, adapter(word, answers, output, kit) + end);
         };
         tries(" works with powershell", {{0, "\"\\\tä"}}, R"(\"\\\t\xE4)", good);
         tries(" works with netsh", {{-1, "lost"}, {0, "ok"}}, "lostok", good);
@@ -102,7 +102,7 @@ void UnitTest::scenarios_data()
     const Step listed = found(a1) + good;
     // `wmiFails` is the failure of CoInitializeSecurity().
     const auto failing = [&](const char *function, const char *message, const Step &end) {
-        scenario(QByteArray("tries wmic after a failed ") + function, "list",
+        scenario(QByteArray("tries wmic after a failed ") + function, {"list"},
                  queryFails(function, message, end) + line(wmic, {0, list}) + listed);
     };
     const Step uninitialized = line("CoUninitialize()");
@@ -114,17 +114,17 @@ void UnitTest::scenarios_data()
     failing("CoSetProxyBlanket", "Could not set proxy blanket. Error code = ", servicesReleased);
     failing("ExecQuery", "Query for operating system name failed. Error code = ", servicesReleased);
 
-    const Step listing = started("list") + wmiFails;
-    run("tries powershell first if wmic is missing", {"list"}, listing + line(powershell, {0, list}) + listed, noWmic);
-    run("tries wmic second if it is missing", {"list"},
-        listing + line(powershell, {-1}) + line(wmic, {0, list}) + listed, noWmic);
-    run("lists nothing without a temporary folder", {"list"},
-        listing + line(QString(powershell).remove("SCRATCH")) + found({}) + good, noTemporaryFolder);
-    scenario("lists nothing if wmic and powershell fail", "list",
+    scenario("tries powershell first if wmic is missing", {"list"}, wmiFails + line(powershell, {0, list}) + listed,
+             noWmic);
+    scenario("tries wmic second if it is missing", {"list"},
+             wmiFails + line(powershell, {-1}) + line(wmic, {0, list}) + listed, noWmic);
+    scenario("lists nothing without a temporary folder", {"list"},
+             wmiFails + line(QString(powershell).remove("SCRATCH")) + found({}) + good, noTemporaryFolder);
+    scenario("lists nothing if wmic and powershell fail", {"list"},
              wmiFails + line(wmic, {1}) + line(powershell, {2, "lost"}) + logged("ERROR", "readInterfaces") + good +
                  line("a scratch file is left"));
     const auto parsed = [&](const char *title, const QString &contents, const Rows &rows) {
-        scenario(title, "list", wmiFails + line(wmic, {0, contents}) + found(rows) + good);
+        scenario(title, {"list"}, wmiFails + line(wmic, {0, contents}) + found(rows) + good);
     };
     parsed("takes the last field as the id", "Name Id\r\nTap  1\t x   ROOT\\0  \n1\n  \r\nA 2",
            {{"Tap 1 x", R"(ROOT\\0)"}, {"A", "2"}});
@@ -132,9 +132,9 @@ void UnitTest::scenarios_data()
     parsed("takes the first line as the heading", "\r\n\r\nA 1\r\nB 2\r\nC 3\r\n\r\n", {{"B", "2"}, {"C", "3"}});
     removal("removes the last one of that name that wmic lists",
             wmiFails + line(wmic, {0, "Name Id\r\nHalvaneRelayKit 7\r\nHalvaneRelayKit 8"}) +
-                found({{kit, "7"}, {kit, "8"}}) + devcon("[remove] [@8]", {}));
+                found({{kit, "7"}, {kit, "8"}}) + line(devcon + "[remove] [@8]", {}));
 
-    const auto check = [&](const char *title, const Step &script) { scenario(title, "check", script); };
+    const auto check = [&](const char *title, const Step &script) { scenario(title, {"check"}, script); };
     const Step none = checking + wmi({}) + noInterfaces;
     const Step createFails = driver("create", {3}) + checkFails;
     const Step updateFails = driver("update", {2, "lost"});
