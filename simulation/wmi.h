@@ -24,7 +24,7 @@ class WmiHost
 public:
     virtual ~WmiHost() = default;
 
-    /// Called at every COM call before it has any effect, with its arguments as text. Returns the call's HRESULT.
+    /// Called at every COM call before it has any effect, with its arguments as a string. Returns the call's HRESULT.
     /// A call that fails has no effect.
     virtual HRESULT comCall(const QString &function, const QString &arguments) = 0;
 
@@ -47,7 +47,7 @@ BSTR makeVariantText(const wchar_t *text);
 /// Whether `result` is a failure: HRESULT has 32 bits, whatever the size of long.
 bool failed(HRESULT result);
 
-/// An argument of a call as text. An object of the query appears under its name.
+/// An argument of a call as a string. An object of the query appears under its name.
 struct Argument {
     Argument(const wchar_t *value) : text(value ? QString::fromWCharArray(value) : "null") {}
     Argument(const void *pointer) : text(pointer ? "set" : "null") {}

@@ -1,6 +1,6 @@
 /// Tests tessark.dll with real processes, and that the program's WMI query succeeds again and again in one process that
 /// has used the library: CoInitializeSecurity() fails as long as anything else holds COM. The child process is this
-/// program again or, since executeSync() hands on a PATH without Qt, cmd with its built-in commands.
+/// program again or, because the PATH of executeSync() does not contain Qt, cmd with its built-in commands.
 #include "libtessark.h"
 #include "tap.h"
 
@@ -62,7 +62,8 @@ QString executeSync(const QString &line)
     return QString::number(exitCode) + " " + output;
 }
 
-void testExecute(const QString &self)
+/// `self` is this program, and `folder` contains a copy of it under the name cmd.exe.
+void testExecute(const QString &self, const QString &folder)
 {
     // As far as the system's code page contains it.
     const QString umlaut = QString::fromLocal8Bit(QString("ä").toLocal8Bit());
@@ -76,6 +77,18 @@ void testExecute(const QString &self)
     compare("1 is a failure", execute(self, {"1"}, false), "1 ");
     compare("2 is a failure", execute(self, {"2"}), "2 ");
     compare("a tool that runs longer than Qt waits by default", execute(self, {"0", "sleep"}), "0 [sleep]");
+
+    // Without the rule for paths, most of the refused programs would start, some from any folder or server.
+    const QString drive = folder.left(2);
+    const QString program = folder.mid(2) + "/cmd.exe";
+    QFile::copy(self, folder + "/a.bat");
+    for (const QString &refused :
+         {QString("libtessark_test.exe"), QString("cmd.exe"), drive + "cmd.exe", program, "//?/" + drive + program,
+          "\\\\.\\" + drive + program, folder + "/a.bat", QString(), folder + "/none.exe"})
+        compare("execute() does not start " + refused, execute(refused, {"0"}), "-1 ");
+    for (const QString &started : {drive + program, drive.toLower() + QDir::toNativeSeparators(program),
+                                   drive + "//no folder/.." + program.toUpper()})
+        compare("execute() starts " + started, execute(started, {"0"}), "0 ");
 }
 
 /// A child inherits the error mode from its start, but not under Wine. So a thread watches the mode of this process.
@@ -96,21 +109,6 @@ void testErrorMode(const QString &self)
     compare("flags that change during a start", QString::number(changed, 16),
             QString::number(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, 16));
     compare("error mode after a start", QString::number(GetErrorMode(), 16), QString::number(before, 16));
-}
-
-/// Without the rule for paths, most of the refused programs would start, some from any folder or server.
-void testProgramPaths(const QString &self, const QString &folder)
-{
-    const QString drive = folder.left(2);
-    const QString program = folder.mid(2) + "/cmd.exe";
-    QFile::copy(self, folder + "/a.bat");
-    for (const QString &refused :
-         {QString("libtessark_test.exe"), QString("cmd.exe"), drive + "cmd.exe", program, "//?/" + drive + program,
-          "\\\\.\\" + drive + program, folder + "/a.bat", QString(), folder + "/none.exe"})
-        compare("execute() does not start " + refused, execute(refused, {"0"}), "-1 ");
-    for (const QString &started : {drive + program, drive.toLower() + QDir::toNativeSeparators(program),
-                                   drive + "//no folder/.." + program.toUpper()})
-        compare("execute() starts " + started, execute(started, {"0"}), "0 ");
 }
 
 void testExecuteSync(const QString &self)
@@ -163,8 +161,7 @@ int main(int argc, char **argv)
     QFile::copy(self, folder.filePath("cmd.exe"));
     QDir::setCurrent(folder.path());
     testErrorMode(self);
-    testExecute(self);
-    testProgramPaths(self, folder.path());
+    testExecute(self, folder.path());
     testSystem();
     ZELK::InterfaceMap interfaces;
     for (const char *query : {"first WMI query", "second WMI query", "third WMI query"})

@@ -40,8 +40,8 @@ struct ScriptedHost : WmiHost {
     }
 
     /// Adds the lines that the log file contains by now and a call to the journal. Returns the answer of the next line
-    /// of the script with the same text. If there is none, returns the answer of the last such line or, for a call that
-    /// the script does not contain, success without output.
+    /// of the script with this call. If none follows, returns the answer of the last such line or, for a call that the
+    /// script does not contain, success without output.
     Answer answer(const QString &call)
     {
         QFile log("log/tap-log.txt");
