@@ -54,8 +54,8 @@ need() {
     fi
     alone quietly "installing ${missing[*]}" apt_install "${missing[@]}"
 }
-# The machine's package lists are updated only if the installation does not succeed without. Then the first attempt does
-# not matter, and neither does an update that fails for an unrelated archive.
+# Tries the package lists that the machine has, and only then updates them. The first attempt's errors do not matter, and
+# an update can fail for an archive that is not needed.
 apt_install() {
     local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -y -o DPkg::Lock::Timeout=-1)
     local install=("${apt[@]}" install --no-remove --no-install-recommends "$@")

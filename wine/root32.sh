@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Makes a root file system with Debian's 32-bit Wine in build/wine/win32/root, from the release and the archive of this
-# machine, which stays as it is. Ends with 1 and prints the reason in one line if that is not possible.
+# machine, which stays as it is. Exits with 1 and prints the reason in one line if that is not possible.
 source "$(dirname "${BASH_SOURCE[0]}")/../scripts/common.sh"
 wine=$root/build/wine/win32
 mkdir -p "$wine"
 
-# unpack FOLDER: unpacks wine32 with what it depends on, and libc-bin, whose locale C.UTF-8 Wine needs for names beyond
-# ASCII. As no maintainer script runs, this needs neither root nor a user namespace. Like the machine's own /lib, the one
+# unpack FOLDER: unpacks wine32 with what it depends on, and libc-bin, whose locale C.UTF-8 Wine needs for non-ASCII
+# names. As no maintainer script runs, this needs neither root nor a user namespace. Like the machine's own /lib, the one
 # in the folder is a link to usr/lib.
 unpack() {
     local release archive dlls
