@@ -12,6 +12,9 @@ unusable=$';#"\'&$`\\|<>*^:\n\t'
 [[ $root != *["$unusable"]* ]] ||
     fail "the path of the checkout contains a line feed, a tab or one of ${unusable::-2}: $root"
 
+# windows_path PATH: prints the path as a Windows program sees it under Wine.
+windows_path() { printf '%s\n' "Z:${1//\//\\}"; }
+
 # Debian's packages, by purpose.
 declare -A packages=(
     [build]='cmake ninja-build g++ qtbase5-dev jq'

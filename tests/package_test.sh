@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
 # Checks the package for one architecture: its files, how its binaries were made, that it passes acceptance.cmd under
-# Wine, and that the checkout of another user results in the same bytes.
+# Wine, and that another checkout results in the same bytes.
 # usage: package_test.sh win64|win32 TARGET
-set -euo pipefail
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+source "$(dirname "${BASH_SOURCE[0]}")/../scripts/common.sh"
 arch=$1 target=$2 failures=0
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -45,8 +44,8 @@ resource tessark.dll '\x02' 0
 cp "$root/tests/acceptance.cmd" .
 export MORDWELL_MACHINE=$work/machine.json
 "$root/wine/machine.sh" "$arch" help
-MORDWELL_MACHINE="Z:${MORDWELL_MACHINE//\//\\}" "$root/wine/wine.sh" "$arch" 'C:\windows\system32\cmd.exe' \
-    /c reg add 'HKU\S-1-5-19' /f '>nul' '&' "Z:${PWD//\//\\}\\acceptance.cmd" |
+"$root/wine/wine.sh" "$arch" 'C:\windows\system32\cmd.exe' /c 'C:\windows\system32\reg.exe' \
+    add 'HKU\S-1-5-19' /f '>nul' '&' "$(windows_path "$PWD/acceptance.cmd")" |
     tee /dev/stderr | grep -Eq '^[1-9][0-9]* passed, 0 failed' || wrong "the package does not pass the acceptance test"
 [[ ! -e $MORDWELL_MACHINE.decoy ]] || wrong "a decoy of a tool was run"
 
@@ -56,6 +55,6 @@ if [[ $arch == win64 ]]; then
     ln -s "${XDG_CACHE_HOME:-$HOME/.cache}/mordwell" "$work/cache/mordwell"
     tar -C "$root" --exclude=./build -cf - . | tar -C "$work/another checkout" -xf -
     (umask 077 && XDG_CACHE_HOME=$work/cache "$work/another checkout/package" >/dev/null)
-    (cd "$work/another checkout/build" && sha256sum --check "$root/build/SHA256SUMS") || wrong "another checkout, other bytes"
+    (cd "$work/another checkout/build" && sha256sum --check "$root/build/SHA256SUMS") || wrong "another checkout results in other bytes"
 fi
 exit $((failures > 0))

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Runs the packaged program under Wine on the machine file MORDWELL_MACHINE, as the native program runs on it: the fake
-# tools and the fake locator act on the file, and the log is in the folder beside it afterwards.
+# tools and the fake locator act on the file, and the log is in the folder next to it afterwards.
 # usage: machine.sh win64|win32 [WORD...]
-here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+source "$(dirname "${BASH_SOURCE[0]}")/../scripts/common.sh"
 arch=$1
 shift
-wine=$here/../build/wine/$arch
+wine=$root/build/wine/$arch
 devcon="devcon-x64.exe"
 [[ $arch == win64 ]] || devcon="devcon-x86.exe"
 drive=$wine/prefix/drive_c
@@ -20,10 +20,9 @@ put() { if fact ".system.$1 == false"; then rm -f "$2"; else cp "$wine/fake_tool
 put wmic "$drive/windows/system32/wbem/wmic.exe"
 put devcon "$drive/Program Files/HalvaneRelayKit/bin/$devcon"
 
-MORDWELL_MACHINE=Z:${MORDWELL_MACHINE//\//\\} \
-    "$here/wine.sh" "$arch" "Z:${wine//\//\\}\\package\\Mordwell.exe" "$@"
-exit_code=$?
-if [[ -e $MORDWELL_MACHINE.decoy ]]; then echo "a decoy of a tool was run" >&2 && exit 99; fi
+exit_code=0
+"$root/wine/wine.sh" "$arch" "$wine/package/Mordwell.exe" "$@" || exit_code=$?
+[[ ! -e $MORDWELL_MACHINE.decoy ]] || { echo "a decoy of a tool was run" >&2; exit 99; }
 mkdir -p "$(dirname "$log")"
 rm -f "$log"
 cp "$data/log/tap-log.txt" "$log" || echo "the run left no log" >&2
