@@ -1,0 +1,68 @@
+#!/usr/bin/env bash
+# Tests ./run, the native program with unusual machine files, and that lists of the same things agree.
+# usage: commands_test.sh PROGRAM
+program=$1 failed=0
+cd "$(dirname "$(realpath "$0")")/.." || exit
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+export LC_ALL=C.UTF-8 ProgramFiles='C:\Program Files' MORDWELL_MACHINE=$folder/m.json
+fail() { printf 'FAIL: %s\n' "$*"; failed=1; }
+
+# same LIST ENTRIES LIST ENTRIES: both lists have the same entries, in any order.
+same() {
+    diff -U 99 --label "$1" --label "$3" <(sort -u <<<"$2") <(sort -u <<<"$4") || fail "the lists differ: $1, $3"
+}
+words=$(sed -n 's/^    {"\(\w*\)", .*/\1/p' src/main.cpp)
+same commands "$words" usage "$(grep -oP '^ +"    \K\w+( \| \w+)*' src/main.cpp | grep -o '\w*')"
+same commands "$words" "./run --help" "$(./run --help | sed -n '/^WORD/{n;p}' | grep -o '\w*')"
+# shellcheck disable=SC2016 # Markdown's backticks
+same commands "$words" README.md "$(grep -P '^\| `\w+`' README.md | cut -d '|' -f 2 | grep -oP '`\K\w+')"
+same commands "$words" packaging/README.txt.in "$(grep -oP '^ +Mordwell.exe \K\w+' packaging/README.txt.in)"
+
+# expect COMMAND STRING...: the output of the shell command contains the strings, in this order.
+expect() {
+    local output rest string
+    output=$(timeout 60 bash -c "$1" 2>&1)
+    rest=$output
+    for string in "${@:2}"; do
+        [[ $rest == *"$string"* ]] || { fail "$1"$'\nexpected: '"$string"$'\nactual: '"$output"; return; }
+        rest=${rest#*"$string"}
+    done
+}
+# A machine file that cannot be read or written is refused and stays as it is.
+while IFS='|' read -r json message; do
+    printf '%b' "$json" >"$MORDWELL_MACHINE"
+    # A limit on the size of files has the effect of a full disk.
+    expect "trap '' XFSZ; ulimit -f 2; '$program' create" "m.json: $message"
+    printf '%b' "$json" | cmp - "$MORDWELL_MACHINE" || fail "this file was changed: $json"
+done <<'END'
+{"faults": {"wmi": {"ExecQery": -1}}}|faults.wmi.ExecQery: unknown key
+{"faults": {"wmi": {"ExecQuery": 2147749911}}}|faults.wmi.ExecQuery: expected a code as the log shows it, signed
+{"faults": {"updateRenames": {"x": 1}}}|faults.updateRenames.x: expected a string
+{"interfaces": [{}, {"listedFromRead": 1001}]}|interfaces[1].listedFromRead: expected an integer
+{"faults": {"createAtOnce": 40}}|cannot be written
+{\n{|line 2, column 2: 
+[]|expected an object
+\n|the file is empty
+END
+# Runs on one machine wait for each other.
+rm "$MORDWELL_MACHINE"
+seq 4 | xargs -P 0 -I{} "$program" create 2>/dev/null
+expect "grep -c '\"id\"' '$MORDWELL_MACHINE'" 4
+
+ln -s "$PWD/run" "$folder/link"
+expect "'$folder/link' --help" "usage: ./run" swapped-names
+expect "dash ./run" "needs bash"
+expect "./run --case" "--case needs a name"
+expect "./run --case x" "no such case: x"
+expect "./run --machine simulation/cases/empty.json" "use --case"
+expect "./run check --case empty" "unexpected --case"
+# ./run builds and runs the default build only.
+[[ $program == "$PWD/build/default/Mordwell" ]] || exit $failed
+expect "./run --machine '$folder/new.json' list" "new.json does not exist: creating" "Interfaces before:" none "Exit code: 0"
+expect "flock '$folder/new.json.files' timeout 3 ./run --machine '$folder/new.json' help; echo \$?" 124
+expect "script -qc 'NO_COLOR= ./run --case swapped-names; echo ended with \$?' /dev/null" \
+    "Interfaces before:" $'HalvaneRelayKit  ROOT\\NET\\0000  enabled' "netsh: exit code 1" "Log" \
+    $'    \e[31m[ERROR]\e[0m [Halvane' "Exit code: 255" "Interfaces after:" $'Office VPN  ROOT\\NET\\0000  enabled' \
+    "ended with 255"
+exit $failed
