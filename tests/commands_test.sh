@@ -18,6 +18,7 @@ same commands "$words" "./run --help" "$(./run --help | sed -n '/^WORD/{n;p}' | 
 # shellcheck disable=SC2016 # Markdown's backticks
 same commands "$words" README.md "$(grep -P '^\| `\w+`' README.md | cut -d '|' -f 2 | grep -oP '`\K\w+')"
 same commands "$words" packaging/README.txt.in "$(grep -oP '^ +Mordwell.exe \K\w+' packaging/README.txt.in)"
+same simulation/cases "$(basename -s .json simulation/cases/*)" tests/program.json "$(jq -r '.[].case' tests/program.json)"
 
 # expect COMMAND STRING...: the output of the shell command contains the strings, in this order.
 expect() {
