@@ -291,6 +291,16 @@ int Machine::run(const QString &tool, const QString &arguments, QByteArray &outp
                                 : inventoryText("\r\n", "IBM850");
         return 0;
     }
+    // The state of the machine, for acceptance.cmd.
+    if (arguments.contains("ConfigManagerErrorCode")) {
+        const QVector<Interface> listed = listInterfaces();
+        QString kit = "absent";
+        for (const Interface &each : listed) {
+            if (each.name == "HalvaneRelayKit")
+                kit = each.enabled ? "enabled" : "disabled";
+        }
+        return answer(output, QString("%1 %2").arg(listed.size()).arg(kit), 0);
+    }
     const QRegularExpression change(tool == "powershell" ? powershellChange : netshChange);
     const QRegularExpressionMatch match = change.match(arguments.trimmed());
     if (!match.hasMatch())

@@ -27,7 +27,7 @@ unzip -q "$root"/build/Mordwell-*-"$arch.zip" -d "$wine/unpacked"
 mv "$wine"/unpacked/* "$wine/package"
 cp "$built/fake_tool.exe" "$wine/fake_tool.exe"
 mkdir -p "$wine/decoys" "$tools/WindowsPowerShell/v1.0" "$wine/prefix/drive_c/Program Files/HalvaneRelayKit/bin"
-for decoy in cmd powershell netsh wmic; do cp "$built/fake_tool.exe" "$wine/decoys/$decoy.exe"; done
+for decoy in cmd find netsh powershell reg wmic; do cp "$built/fake_tool.exe" "$wine/decoys/$decoy.exe"; done
 cp --remove-destination "$built/fake_tool.exe" "$tools/netsh.exe"
 cp --remove-destination "$built/fake_tool.exe" "$tools/WindowsPowerShell/v1.0/powershell.exe"
 cp "$built/fake_locator.dll" "$tools"
