@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced by the project's commands. A step that fails ends the command with its cause.
+# Sourced by the project's commands. A step that fails ends the command, which then shows why.
 [ -n "${BASH_VERSION-}" ] || { echo "$0 needs bash: start it by its path" >&2; exit 2; }
 set -euo pipefail
 root=$(realpath "$(dirname "${BASH_SOURCE[0]}")/..")
