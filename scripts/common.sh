@@ -57,8 +57,8 @@ need() {
     fi
     alone quietly "installing ${missing[*]}" apt_install "${missing[@]}"
 }
-# Tries the package lists that the machine has, and only then updates them. The first attempt's errors do not matter, and
-# an update can fail for an archive that is not needed.
+# Tries the package lists that the machine has, and only then updates them. The first attempt's errors do not matter. An
+# update can fail for an archive that is not needed.
 apt_install() {
     local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -y -o DPkg::Lock::Timeout=-1)
     local install=("${apt[@]}" install --no-remove --no-install-recommends "$@")

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Checks the form of all code with clang-format, clang-tidy, shellcheck and, for JSON, jq. Exits with 1 after any warning.
+# Checks the form of all code with clang-format, clang-tidy, shellcheck and, for JSON, jq. Exits with 1 at any warning.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 cd "$root"
 # list PATTERN...: the files that git tracks or would add.

@@ -13,9 +13,9 @@ fail() { printf 'FAIL: %s: %s\n' "$title" "$*"; failed=1; }
 row=$(jq -ec --arg title "$title" '.[] | select(.title == $title) | {word: "check", exit: 0, native: false} + .' \
     "$root/tests/program.json") || { fail "program.json has no row with this title"; exit 1; }
 value() { jq -r "$1" <<<"$row"; }
-expected='after case exit log native title word'
+all_keys='after case exit log native title word'
 keys=$(value 'keys | join(" ")')
-[[ $keys == "$expected" ]] || fail "program.json: unknown or missing keys"$'\n'"expected: $expected"$'\n'"actual:   $keys"
+[[ $keys == "$all_keys" ]] || fail "program.json: wrong keys"$'\nexpected: '"$all_keys"$'\nactual:   '"$keys"
 
 # run SYSTEM ENCODING COMMAND...: runs the row and puts its log and its outcome into the folder $folder/SYSTEM.
 run() {

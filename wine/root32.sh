@@ -6,8 +6,8 @@ wine=$root/build/wine/win32
 mkdir -p "$wine"
 
 # unpack FOLDER: unpacks wine32 with what it depends on, and libc-bin, whose locale C.UTF-8 Wine needs for non-ASCII
-# names. As no maintainer script runs, this needs neither root nor a user namespace. Like the machine's own /lib, the one
-# in the folder is a link to usr/lib.
+# names. No maintainer script runs, so this needs neither root nor a user namespace. As on the machine itself, /lib is a
+# link to usr/lib.
 unpack() {
     local release archive dlls
     release=$(. /etc/os-release && echo "${VERSION_CODENAME-}")

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs a Windows program under Wine, in the prefix of the architecture and on the machine file MORDWELL_MACHINE. Exits
-# with the program's exit code. The current folder and the first one of the path contain a decoy of each tool, which must
-# not run.
+# with the program's exit code. The current folder and the first one of the path contain a decoy of each tool. No decoy
+# may run.
 # usage: wine.sh win64|win32 PROGRAM [ARGUMENT...]
 source "$(dirname "${BASH_SOURCE[0]}")/../scripts/common.sh"
 wine=$root/build/wine/$1
