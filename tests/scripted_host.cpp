@@ -115,11 +115,6 @@ void runMain(QList<QByteArray> words)
     for (QByteArray &word : words)
         argv << word.data();
     QDir().mkdir("tmp");
-    // A run replaces the log of the run before.
-    QFile log("log/tap-log.txt");
-    if (QDir().mkdir("log") && log.open(QIODevice::WriteOnly))
-        log.write("the run before\n");
-    log.close();
     // The user's logging rules can do this. main() has to undo it.
     QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, false);
     const int exitCode = mordwellMain(argv.size(), argv.data());

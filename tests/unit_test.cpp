@@ -7,6 +7,7 @@
 #include "steps.h"
 #include "tap.h"
 
+#include <QDir>
 #include <QTest>
 #include <QTextCodec>
 
@@ -17,7 +18,7 @@ using namespace steps;
 
 /// The file that exists before a scenario. With the name of a folder, it prevents that folder.
 const QString wmicExists = R"(C:\Windows\System32\wbem\WMIC.exe)", noWmic = "another file", noLog = "log",
-              noTemporaryFolder = "tmp";
+              oldLog = "log/tap-log.txt", noTemporaryFolder = "tmp";
 
 class UnitTest : public QObject
 {
@@ -62,6 +63,7 @@ void UnitTest::scenarios_data()
     const QVector<Answer> bothFail{{1, "lost"}, {-1, "lost"}};
 
     QTest::newRow("fails if the log cannot be opened") << QByteArrayList{"create"} << bad << noLog;
+    scenario("replaces the log of the run before", {"list"}, wmi({}) + good, oldLog);
     scenario("checks without a word", {}, checked);
     scenario("checks with two words", {"list", "x"}, checked);
     for (const char *word : {"help", "Create", "lis", ""})
@@ -192,7 +194,10 @@ void UnitTest::scenarios()
     QFETCH(Step, script);
     QFETCH(QString, file);
     verifyScript(script, [&] {
-        QVERIFY(QFile(file).open(QIODevice::WriteOnly));
+        QDir().mkpath(QFileInfo(file).path());
+        QFile existing(file);
+        QVERIFY(existing.open(QIODevice::WriteOnly) && existing.write("old\n") > 0);
+        existing.close();
         runMain(words);
     });
 }
