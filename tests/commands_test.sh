@@ -23,8 +23,7 @@ same simulation/cases "$(basename -s .json simulation/cases/*)" program.json "$(
 # expect COMMAND STRING...: the output of the shell command contains the strings, in this order.
 expect() {
     local output rest string
-    output=$(timeout 60 bash -c "$1" 2>&1)
-    rest=$output
+    output=$(timeout 60 bash -c "$1" 2>&1) rest=$output
     for string in "${@:2}"; do
         [[ $rest == *"$string"* ]] || { fail "$1"$'\nexpected: '"$string"$'\nactual: '"$output"; return; }
         rest=${rest#*"$string"}
@@ -62,8 +61,9 @@ expect "./run check --case empty" "unexpected --case"
 [[ $program == "$PWD/build/default/Mordwell" ]] || exit $failed
 expect "./run --machine '$folder/new.json' list" "new.json does not exist: creating" "Exit code: 0"
 expect "flock '$folder/new.json.files' timeout 3 ./run --machine '$folder/new.json' help; echo \$?" 124
-expect "script -qc 'NO_COLOR= ./run --case swapped-names; echo ended with \$?' /dev/null" \
-    "Interfaces before:" $'HalvaneRelayKit  ROOT\\NET\\0000  enabled' "netsh: exit code 1" "Log" \
-    $'    \e[31m[ERROR]\e[0m [Halvane' "Exit code: 255" "Interfaces after:" $'Office VPN  ROOT\\NET\\0000  enabled' \
-    "ended with 255"
+red=$'\e[31m' plain=$'\e[0m'
+expect "script -qc 'NO_COLOR= ./run --case swapped-names; echo exits with \$?' /dev/null" \
+    "Interfaces before:" 'HalvaneRelayKit  ROOT\NET\0000  enabled' "netsh: exit code 1" "Log" \
+    "    ${red}[ERROR]$plain [Halvane" "Exit code: 255" "Interfaces after:" 'Office VPN  ROOT\NET\0000  enabled' \
+    "exits with 255"
 exit $failed
