@@ -63,7 +63,6 @@ expect "./run --machine '$folder/new.json' list" "new.json does not exist: creat
 expect "flock '$folder/new.json.files' timeout 3 ./run --machine '$folder/new.json' help; echo \$?" 124
 red=$'\e[31m' plain=$'\e[0m'
 expect "script -qc 'NO_COLOR= ./run --case swapped-names; echo exits with \$?' /dev/null" \
-    "Interfaces before:" 'HalvaneRelayKit  ROOT\NET\0000  enabled' "netsh: exit code 1" "Log" \
-    "    ${red}[ERROR]$plain [Halvane" "Exit code: 255" "Interfaces after:" 'Office VPN  ROOT\NET\0000  enabled' \
-    "exits with 255"
+    "Interfaces before:" 'Kit  ROOT\NET\0000  enabled' "netsh: exit code 1" "Log" "    ${red}[ERROR]$plain [Halvane" \
+    "Exit code: 255" "Interfaces after:" 'VPN  ROOT\NET\0000  enabled' "exits with 255"
 exit $failed
