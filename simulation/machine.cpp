@@ -93,11 +93,11 @@ QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &pl
 /// unless it is the last one.
 QJsonValue takeNext(QJsonObject &object, const QString &key)
 {
-    const QJsonValue value = object.value(key);
+    QJsonValue value = object.value(key);
     if (!value.isArray())
         return value;
     QJsonArray list = value.toArray();
-    const QJsonValue entry = list.first();
+    QJsonValue entry = list.first();
     if (list.size() > 1)
         list.removeFirst();
     object[key] = list;
