@@ -74,7 +74,7 @@ void UnitTest::scenarios_data()
 
     for (const QByteArray word : {"create", "update", "remove", "removeAll"}) {
         const QString name = word == "removeAll" ? "remove" : word;
-        scenario(word + " succeeds", {word}, driver(name, {0, "two\r\nlines é\""}, R"(two\r\nlines é\")") + good);
+        scenario(word + " succeeds", {word}, driver(name, {0, "two\r\nlines é\"\n"}, R"(two\r\nlines é\"\n)") + good);
         scenario(word + " succeeds if a restart is needed", {word}, driver(name, {1, "done"}, "done") + good);
         scenario(word + " fails", {word}, driver(name, {2, "lost"}) + bad);
     }
@@ -94,7 +94,7 @@ void UnitTest::scenarios_data()
         const auto tries = [&](const char *title, QVector<Answer> answers, QString output, const Step &end) {
             scenario(word + title, {word}, adapter(word, answers, output, kit) + end);
         };
-        tries(" works with powershell", {{0, "\"\\\tä"}}, R"(\"\\\t\xE4)", good);
+        tries(" works with powershell", {{0, "\"\\\tä\r\n"}}, R"(\"\\\t\xE4\r\n)", good);
         tries(" works with netsh", {{-1, "lost"}, {0, "ok"}}, "lostok", good);
         tries(" fails", bothFail, "", bad);
     }
