@@ -11,7 +11,6 @@ rem A step that fails prints what is wrong and the log of its run. A test that p
 rem Exit code: 0 if all steps passed, 1 if a step failed, 2 if the test did not start.
 setlocal EnableExtensions DisableDelayedExpansion
 set "tools=%SystemRoot%\System32"
-set "powershell=%tools%\WindowsPowerShell\v1.0\powershell.exe"
 set "answer=%TEMP%\Mordwell answer.txt"
 set "log=%ProgramData%\HalvaneRelayKit\log\tap-log.txt"
 set "decoys=%TEMP%\Mordwell decoys"
@@ -39,10 +38,8 @@ rem readInterfacesProgrammatically() logs each interface, and each failure of WM
 rem        Step                              Word             State after   The log contains             but not
 call :step "the machine has no TAP interface"  list             "0 absent"    "ZELK::Tap::readInterfaces"  "Programmatically"
 if %failed% gtr 0 (echo The test did not start. To remove ALL TAP interfaces first: acceptance.cmd remove& exit /b 2)
-call :step "help logs the usage"             help             "0 absent"    "Usage: Mordwell"            "%error%"
 call :step "check adds a named interface"    check            "1 disabled"  "ZELK::Tap::rename"          "%error%"
 call :step "a second check creates nothing"  check            "1 disabled"  "interface already present"  "ZELK::Tap::create"
-call :step "list finds it by its name"       list             "1 disabled"  "HalvaneRelayKit"            "%error%"
 call :step "enable"                          enable           "1 enabled"   "ZELK::Tap::enable"          "%error%"
 call :step "disable"                         disable          "1 disabled"  "ZELK::Tap::disable"         "%error%"
 
@@ -66,11 +63,10 @@ if %failed% gtr 0 (exit /b 1) else exit /b 0
 rem step NAME WORD STATE TEXT ABSENT: runs the word, which must exit with 0, lead to STATE, log TEXT and not log ABSENT.
 :step
 if exist "%log%" del "%log%"
-set "wrong="
-set "state="
+set "wrong="& set "state="
 start "" /wait "%~dp0Mordwell.exe" %2
 if not "%errorlevel%"=="0" set "wrong=, exit code %errorlevel%"
-"%powershell%" -NoProfile -NonInteractive -Command "$expected = '%~3'; %ask%" >"%answer%"
+"%tools%\WindowsPowerShell\v1.0\powershell.exe" -NoProfile -NonInteractive -Command "$expected = '%~3'; %ask%" >"%answer%"
 set /p state=<"%answer%"
 del "%answer%"
 if not "%state%"=="%~3" set "wrong=%wrong%, state: %state%, expected: %~3"

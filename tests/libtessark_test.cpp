@@ -25,8 +25,8 @@ void compare(const QString &what, const QString &actual, const QString &expected
 {
     if (actual == expected)
         return;
-    std::printf("FAIL: %s\n    actual:   %.300s\n", qPrintable(what), qPrintable(actual));
-    std::printf("    expected: %.300s\n", qPrintable(expected));
+    std::printf("FAIL: %s\n    actual:   %.300s\n    expected: %.300s\n", qPrintable(what), qPrintable(actual),
+                qPrintable(expected));
     ++failures;
 }
 
@@ -42,7 +42,7 @@ int child(const QList<QByteArray> &arguments)
         std::fprintf(stderr, "%d", std::getchar());
     if (arguments.contains("sleep"))
         Sleep(31000);
-    return arguments[0].toInt();
+    return arguments.value(0, "99").toInt();
 }
 
 /// Returns the exit code, "restart" if one is needed, and the output.
@@ -75,7 +75,6 @@ void testExecute(const QString &self, const QString &folder)
     compare("the exit code of a crash", execute(self, {"-1073741819"}), "-1073741819 ");
     compare("1 means that a restart is needed", execute(self, {"1"}), "0 restart ");
     compare("1 is a failure", execute(self, {"1"}, false), "1 ");
-    compare("2 is a failure", execute(self, {"2"}), "2 ");
     compare("a tool that runs longer than Qt waits by default", execute(self, {"0", "sleep"}), "0 [sleep]");
 
     // Without the rule for paths, most of the refused programs would start, some from any folder or server.
@@ -152,11 +151,9 @@ void testSystem()
 
 int main(int argc, char **argv)
 {
-    if (argc > 1)
+    // A child that has lost its arguments must not start this test again.
+    if (argc > 1 || !qEnvironmentVariableIsEmpty("IS_CHILD"))
         return child(QList<QByteArray>(argv + 1, argv + argc));
-    // A fault that loses the arguments must not start this test again in each child.
-    if (!qEnvironmentVariableIsEmpty("IS_CHILD"))
-        return 99;
     qputenv("IS_CHILD", "1");
     // They show the log lines of a query that fails.
     qputenv("QT_FORCE_STDERR_LOGGING", "1");

@@ -13,6 +13,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
 using namespace steps;
 
@@ -36,11 +37,11 @@ private slots:
 void UnitTest::initTestCase()
 {
     for (const int signal : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV})
-        std::signal(signal, [](int received) {
-            const char *title = QTest::currentDataTag();
-            std::fprintf(stderr, "crashed: %s(%s)\n", QTest::currentTestFunction(), title ? title : "");
-            std::signal(received, SIG_DFL);
-            std::raise(received);
+        std::signal(signal, [](int) {
+            // A test without rows has no title.
+            const QByteArray title = QTest::currentDataTag();
+            std::fprintf(stderr, "crashed: %s(%s)\n", QTest::currentTestFunction(), title.constData());
+            std::_Exit(1);
         });
 }
 
@@ -68,7 +69,6 @@ void UnitTest::scenarios_data()
     scenario("checks with two words", {"list", "x"}, checked);
     for (const char *word : {"help", "Create", "lis", ""})
         scenario(QByteArray("logs the usage: ") + word, {word}, logged("debug", "main", "USAGE") + good);
-    scenario("logs each row", {"list"}, wmi({{"A", "1"}, {hidden, "2"}, {"B", hidden}}) + good);
     const Rows unreadable{{Value("A", 0x80041002L), "1"}, {"B", Value("2", -1)}};
     scenario("a property is empty if Get() fails", {"list"}, wmi(unreadable) + good);
 
@@ -115,9 +115,7 @@ void UnitTest::scenarios_data()
     failing("CoSetProxyBlanket", "Could not set proxy blanket. Error code = ", servicesReleased);
     failing("ExecQuery", "Query for operating system name failed. Error code = ", servicesReleased);
 
-    scenario("tries powershell first if wmic is missing", {"list"}, wmiFails + line(powershell, {0, list}) + listed,
-             noWmic);
-    scenario("tries wmic second if it is missing", {"list"},
+    scenario("tries powershell first if wmic is missing", {"list"},
              wmiFails + line(powershell, {-1}) + line(wmic, {0, list}) + listed, noWmic);
     scenario("lists nothing without a temporary folder", {"list"},
              wmiFails + line(QString(powershell).remove("SCRATCH")) + found({}) + good, noTemporaryFolder);
@@ -129,11 +127,7 @@ void UnitTest::scenarios_data()
     };
     parsed("takes the last field as the id", "Name Id\r\nTap  1\t x   ROOT\\0  \n1\n  \r\nA 2",
            {{"Tap 1 x", R"(ROOT\\0)"}, {"A", "2"}});
-    parsed("reads the inventory as UTF-16", "\uFEFFName Id\r\nBü→ 4\r\n", {{"Bü→", "4"}});
     parsed("takes the first line as the heading", "\r\n\r\nA 1\r\nB 2\r\nC 3\r\n\r\n", {{"B", "2"}, {"C", "3"}});
-    removal("removes the last one of two with the same name",
-            wmiFails + line(wmic, {0, "Name Id\r\nHalvaneRelayKit 7\r\nHalvaneRelayKit 8"}) +
-                found({{kit, "7"}, {kit, "8"}}) + line(devcon + "[remove] [@8]", {}));
 
     const auto check = [&](const char *title, const Step &script) { scenario(title, {"check"}, script); };
     const Step none = checking + wmi({}) + noInterfaces;
@@ -142,7 +136,6 @@ void UnitTest::scenarios_data()
     const Step failedOnce = checking + wmi(own) + updateFails + waited;
     const Step gaveUp = logged(
         "ERROR", "check", "Failed to update tap driver, probably a newer version is already installed. Continuing...");
-    check("ends if create() fails", none + createFails);
     check("ignores a row without two strings",
           checking + wmi({{hidden, "1"}, {"no", Value(VT_EMPTY)}, {Value(VT_I4), "1"}}) + noInterfaces + createFails);
     check("tries a failed update again", failedOnce + driver("update") + wmi(own) + present);
