@@ -104,7 +104,7 @@ void verifyScript(const Step &script, const std::function<void()> &test)
                         scripted.journal.join('\n')});
     diff.waitForFinished();
     // The first two lines name the files.
-    const QByteArray differences = diff.readAll().split('\n').mid(2, 20).join('\n');
+    const QByteArray differences = diff.readAll().split('\n').mid(2, 60).join('\n');
     QFAIL(("calls and log lines differ from the script (- expected, + actual):\n" + differences).constData());
 }
 
