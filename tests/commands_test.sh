@@ -50,7 +50,6 @@ rm "$MORDWELL_MACHINE"
 seq 4 | xargs -P 0 -I{} "$program" create 2>/dev/null
 expect "grep -c '\"id\"' '$MORDWELL_MACHINE'" 4
 
-expect "./run --help" "usage: ./run" swapped-names
 expect "dash ./run" "needs bash"
 expect "./run --case" "--case needs a name"
 expect "./run --case x" "no such case: x"
