@@ -15,20 +15,23 @@ int mordwellMain(int argc, char **argv);
 namespace
 {
 
-/// Returns a log line without date, thread, package, file, namespace, class and source line, and with USAGE for the
-/// usage text. Returns the whole line if one of these is wrong.
+/// Returns a log line without date, thread, package, file, namespace, class and source line. Returns the whole line if
+/// one of these is wrong.
 QString shortened(const QString &line)
 {
     // The names of day and month are in the system's language. In main.cpp only main() logs, and in tap.cpp each
     // function but readInterfacesProgrammatically() is one of Tap.
     static const QRegularExpression prefix(
-        R"(^[^[]+ \d+ [\d:]{8} 20\d\d \[0x[1-9a-f][0-9a-f]*\] (\[\w+\]) \[Halvane Relay Kit:\.\\)"
-        R"((?:main:(?=main)|tap:ZELK::(?:(?=readInterfacesP)|Tap::(?!readInterfacesP)))(\w+\(\):)[1-9]\d+\] )");
-    // 14 lines of 67 characters, each with its line end, that contain all command words.
-    static const QRegularExpression usage(
-        R"("(?=.*  help .* list .* update .* create .* enable .* disable .* check .* remove \| removeAll )"
-        R"(.* removeInterface )([^\\]{67}\\r\\n){14}"$)");
-    return QString(line).replace(prefix, R"(\1 \2 )").replace(usage, "USAGE");
+        R"(^[^[]+ \d+ [\d:]{8} 20\d\d \[0x[1-9a-f][0-9a-f]*\] \[(\w+)\] \[Halvane Relay Kit:\.\\)"
+        R"((?|(main):(?=main)|(tap):ZELK::(?:(?=readInterfacesP)|Tap::(?!readInterfacesP)))(\w+\(\):)(\d+)\] )");
+    const QRegularExpressionMatch match = prefix.match(line);
+    // The source line is often all that distinguishes two failures, so it has to be that of a statement.
+    QFile source(QFileInfo(__FILE__).path() + "/../src/" + match.captured(2) + ".cpp");
+    const QByteArrayList lines = source.open(QIODevice::ReadOnly) ? source.readAll().split('\n') : QByteArrayList();
+    const QByteArray statement = lines.value(match.captured(4).toInt() - 1).trimmed();
+    if (!statement.startsWith("STATEMENT(\"" + match.captured(1).toUtf8() + '"'))
+        return line;
+    return '[' + match.captured(1) + "] " + match.captured(3) + ' ' + line.mid(match.capturedLength());
 }
 
 struct ScriptedHost : WmiHost {
@@ -153,15 +156,15 @@ int libtessark::utils::executeSync(const QString &commandLine, QByteArray *outpu
 {
     static const QRegularExpression redirection("> \"([^\"]+)\"");
     QFile scratch(redirection.match(commandLine).captured(1));
-    const QString name = scratch.exists() ? "> \"A FILE THAT EXISTS\"" : "> \"SCRATCH\"";
-    const Answer answer = host->answer(QString(commandLine).replace(redirection, name));
+    const Answer answer = host->answer(QString(commandLine).replace(redirection, "> \"SCRATCH\""));
     const auto utf16 = [](const QString &text) {
         return QByteArray(reinterpret_cast<const char *>(text.utf16()), text.size() * 2);
     };
     // The real function replaces the array. This one appends on purpose, to catch a program that clears or replaces the
     // array between its two tries. Standard error is not redirected, so it is in the array too.
     *output += commandLine.contains('>') ? utf16("a warning\nof two lines") : answer.output.toLatin1();
-    if (!scratch.fileName().isEmpty() && !answer.output.isNull() && scratch.open(QIODevice::WriteOnly))
+    // cmd creates the file before it starts the command, so a command that fails leaves it, too.
+    if (!scratch.fileName().isEmpty() && scratch.open(QIODevice::WriteOnly))
         scratch.write(utf16(answer.output));
     return int(answer.result);
 }

@@ -7,8 +7,8 @@
 
 #include <functional>
 
-/// What a call returns: a tool's exit code and output, or the result of another call. If the output is null, a command
-/// that is redirected creates no file. For ExecQuery(), it also has the rows that the query finds.
+/// What a call returns: a tool's exit code and output, or the result of another call. For ExecQuery(), it also has the
+/// rows that the query finds.
 struct Answer {
     HRESULT result = 0;
     QString output = {};

@@ -83,11 +83,11 @@ inline Step queryFails(QString function, QString text, Step end)
         if (failed && each.text != "SysFreeString()")
             break;
         failed = failed || each.text.startsWith(function + '(');
-        // As the real SDK headers write the code, which is negative only where long has 32 bits.
-        each.answer.result = failed ? 0x80041003L : 0;
+        // -1 as the real SDK headers write a code, which is negative only where long has 32 bits.
+        each.answer.result = failed ? 0xFFFFFFFFL : 0;
         step += each;
     }
-    return step + logged("ERROR", "readInterfacesProgrammatically", text + "-2147217405") + end +
+    return step + logged("ERROR", "readInterfacesProgrammatically", text + "-1") + end +
            logged("ERROR", "readInterfaces", "Failed to read interfaces programmatically");
 }
 const Step wmiFails =

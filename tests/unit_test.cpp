@@ -21,6 +21,22 @@ using namespace steps;
 const QString wmicExists = R"(C:\Windows\System32\wbem\WMIC.exe)", noWmic = "another file", noLog = "log",
               oldLog = "log/tap-log.txt", noTemporaryFolder = "tmp";
 
+/// The usage text, without the spaces that pad each line to 67 characters.
+const char usageLines[] = R"(Usage: Mordwell <command>, where COMMAND is one of:
+
+    help                   this help
+    list                   list all tap ids
+    update                 update driver
+    create                 install driver
+    enable                 enable tap device
+    disable                disable tap device
+    check                  check tap device
+                           (+install driver/create if missing)
+    remove | removeAll     remove driver and ALL tap devices
+    removeInterface        remove SINGLE tap interface
+
+ If no COMMAND is specified, 'check' is assumed)";
+
 class UnitTest : public QObject
 {
     Q_OBJECT
@@ -67,8 +83,11 @@ void UnitTest::scenarios_data()
     scenario("replaces the log of the run before", {"list"}, wmi({}) + good, oldLog);
     scenario("checks without a word", {}, checked);
     scenario("checks with two words", {"list", "x"}, checked);
+    QString usage;
+    for (const QString &each : QString(usageLines).split('\n'))
+        usage += each.leftJustified(67) + R"(\r\n)";
     for (const char *word : {"help", "Create", "lis", ""})
-        scenario(QByteArray("logs the usage: ") + word, {word}, logged("debug", "main", "USAGE") + good);
+        scenario(QByteArray("logs the usage: ") + word, {word}, logged("debug", "main", '"' + usage + '"') + good);
     const Rows unreadable{{Value("A", 0x80041002L), "1"}, {"B", Value("2", -1)}};
     scenario("a property is empty if Get() fails", {"list"}, wmi(unreadable) + good);
 
@@ -87,6 +106,9 @@ void UnitTest::scenarios_data()
     removal("removes the interface even if a restart is needed",
             wmi({{"A", "1"}, {kit, "7"}}) + line(devcon + "[remove] [@7]", {1}));
     removal("removes the interface even if its id is empty", wmi({{kit, ""}}) + line(devcon + "[remove] [@]", {}));
+    removal("removes the last of two ids of a name in wmic's list",
+            wmiFails + line(wmic, {0, "Name Id\r\nHalvaneRelayKit 1\r\nHalvaneRelayKit 2\r\n"}) +
+                found({{kit, "1"}, {kit, "2"}}) + line(devcon + "[remove] [@2]", {}));
     removal("only logs a failed removal", wmi(own) + line(devcon + "[remove] [@1]", {2, "lost"}) + notRemoved);
     removal("removes no interface with another name", wmi({{"halvanerelaykit", "7"}, {kit, hidden}}) + notRemoved);
 
