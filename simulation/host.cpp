@@ -1,6 +1,6 @@
 /// The host of the native program: libtessark and Sleep() on the simulated machine in the file MORDWELL_MACHINE. The
 /// folder "<file>.files" next to that file is the current folder of the run. It contains the log and, in a file whose
-/// name is a Windows path, wmic.
+/// name is a Windows path, wmic. Nothing here depends on the time, so Sleep() returns at once.
 #include "libtessark.h"
 #include "machine.h"
 #include "wmi.h"
@@ -9,36 +9,29 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
-#include <QThread>
 
 #include <cstdio>
-#include <sys/file.h>
 
 namespace
 {
 
-const char wmicTool[] = R"(C:\Windows\System32\wbem\WMIC.exe)";
-
-/// Changes to the machine's folder, waits until no other run uses it, and reads the machine. The lock ends with the
-/// process, even when it is killed.
+/// Changes to the machine's folder and reads the machine.
 Machine openMachine(const QString &path)
 {
-    QDir().mkdir(path + ".files");
-    static QFile lock("lock");
-    if (!QDir::setCurrent(path + ".files") || !lock.open(QIODevice::WriteOnly) || flock(lock.handle(), LOCK_EX) != 0)
-        stop(path + ".files: cannot be used");
+    const QString folder = path + ".files";
+    if (!QDir().mkpath(folder) || !QDir::setCurrent(folder))
+        stop(folder + ": cannot be used");
     return Machine(path);
 }
 
 struct Host : WmiHost {
     Host()
     {
-        QFile::remove(wmicTool);
         if (machine.system()["wmic"].toBool())
-            QFile(wmicTool).open(QIODevice::WriteOnly);
+            QFile(R"(C:\Windows\System32\wbem\WMIC.exe)").open(QIODevice::WriteOnly);
         wmiHost = this;
     }
-    HRESULT comCall(const QString &function, const QString &) override { return machine.wmiFault(function); }
+    HRESULT comCall(const QString &function, const QString &) override { return machine.nextFault(function).toInt(); }
     QVector<WmiRow> wmiRows() override { return machine.wmiRows(); }
 
     const QString path = QFileInfo(qEnvironmentVariable("MORDWELL_MACHINE", "machine.json")).absoluteFilePath();
@@ -65,7 +58,7 @@ int shown(const QString &tool, int exitCode, const QByteArray &output)
 QString libtessark::getCommonLogDir(QString subdir)
 {
     // No folder can be created below a file.
-    const QString folder = host().machine.faults()["noLogFolder"].toBool() ? host().path : QDir::currentPath();
+    const QString folder = host().machine.system()["logFolder"].toBool() ? QDir::currentPath() : host().path;
     return folder + "/log" + (subdir.isEmpty() ? "" : "/" + subdir);
 }
 
@@ -76,8 +69,8 @@ bool libtessark::utils::win64Sys()
 
 int libtessark::utils::winVersion(int *major, int *minor)
 {
-    *major = host().machine.system()["major"].toInt();
-    *minor = host().machine.system()["minor"].toInt();
+    *major = 10;
+    *minor = 0;
     return 0;
 }
 
@@ -117,7 +110,4 @@ int libtessark::utils::executeSync(const QString &commandLine, QByteArray *outpu
     return shown(tool, exitCode, *output);
 }
 
-void Sleep(DWORD milliseconds)
-{
-    QThread::msleep(milliseconds);
-}
+void Sleep(DWORD) {}

@@ -15,27 +15,23 @@
 namespace
 {
 
-/// Every key of a machine file with its default. "*" stands for any key, and a list contains the default of its
-/// entries. "code", "codes" and "flags" describe a value instead: an exit code or HRESULT, 0 by default; one or a list
-/// of them, one for each call; true or false, false by default, or a list of them, one for each call.
+/// Every key of a machine file with its default. "*" stands for any key, and "code" for an exit code or HRESULT, which
+/// is 0 by default. A list contains the default of its entries.
 const char modelFile[] = R"({
-    "system": {"major": 10, "minor": 0, "x64": true, "wmic": true, "devcon": true},
-    "driver": "",
+    "system": {"x64": true, "wmic": true, "devcon": true, "logFolder": true},
     "interfaces": [{"name": "", "id": "", "enabled": true, "hidden": false, "hasDriver": true,
                     "listedFromRead": 1}],
     "faults": {
-        "wmiFromQuery": 1,
-        "wmi": {"CoInitializeEx": "code", "CoInitializeSecurity": "code", "CoCreateInstance": "code",
-                "ConnectServer": "code", "CoSetProxyBlanket": "code", "ExecQuery": "code"},
+        "CoInitializeEx": "code", "CoInitializeSecurity": "code", "CoCreateInstance": "code",
+        "ConnectServer": "code", "CoSetProxyBlanket": "code", "ExecQuery": "code",
         "wmiBreaksOffAfter": 1000,
-        "tools": {"devcon install": "codes", "devcon update": "codes", "devcon remove": "codes",
-                  "powershell": "codes", "netsh": "codes", "wmic": "codes"},
-        "updateRenames": {"*": ""},
-        "acceptTakenNames": false,
+        "devcon install": "code", "devcon update": "code", "devcon remove": "code",
+        "powershell": "code", "netsh": "code",
+        "installFailsLate": false,
         "createAtOnce": 1,
-        "installFailsLate": "flags",
         "listNewFromRead": 1,
-        "noLogFolder": false
+        "updateRenames": {"*": ""},
+        "acceptTakenNames": false
     }
 })";
 
@@ -49,14 +45,6 @@ const char netshChange[] = " name='(?<name>[^' ]*)' (?:newname='(?<to>[^' ]*)'|a
 QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &place, const char *separator = ".")
 {
     const bool isCode = model == "code";
-    if (model == "codes" || model == "flags") {
-        const QJsonValue each = model == "codes" ? QJsonValue("code") : QJsonValue(false);
-        if (!given.isArray())
-            return complete(given, each, place);
-        if (given.toArray().isEmpty())
-            stop(place + ": expected at least one entry");
-        return complete(given, QJsonArray{each}, place);
-    }
     // In the order of QJsonValue::Type. A number that is not a code counts something.
     const char *const types[] = {"null",     "true or false", "an integer from 0 to 1000",
                                  "a string", "a list",        "an object"};
@@ -81,27 +69,18 @@ QJsonValue complete(QJsonValue given, const QJsonValue &model, const QString &pl
     const bool anyKeys = keys.contains("*");
     for (const QString &key : object.keys() + (anyKeys ? QStringList() : keys.keys())) {
         const QString keyPlace = place + separator + key;
-        const QJsonValue keyModel = keys.value(anyKeys ? "*" : key);
+        QJsonValue keyModel = keys.value(anyKeys ? "*" : key);
         if (keyModel.isUndefined())
             stop(keyPlace + ": unknown key");
+        // A fault can be a list, with a value for each call.
+        if (object.value(key).isArray() && place.endsWith(": faults")) {
+            if (object.value(key).toArray().isEmpty())
+                stop(keyPlace + ": expected at least one entry");
+            keyModel = QJsonArray{keyModel};
+        }
         object[key] = complete(object.value(key), keyModel, keyPlace);
     }
     return object;
-}
-
-/// Returns the entry for this call of a value that can be a list, one entry for each call. Removes it from the list
-/// unless it is the last one.
-QJsonValue takeNext(QJsonObject &object, const QString &key)
-{
-    QJsonValue value = object.value(key);
-    if (!value.isArray())
-        return value;
-    QJsonArray list = value.toArray();
-    QJsonValue entry = list.first();
-    if (list.size() > 1)
-        list.removeFirst();
-    object[key] = list;
-    return entry;
 }
 
 int answer(QByteArray &output, const QString &text, int exitCode)
@@ -188,14 +167,20 @@ QVector<Machine::Interface> Machine::listInterfaces()
     return listed;
 }
 
-HRESULT Machine::wmiFault(const QString &step) const
+QJsonValue Machine::nextFault(const QString &key)
 {
-    if (faults()["wmiFromQuery"].toInt() > 1)
-        return 0;
-    // WBEM_E_FAILED; the program does not look at the code.
-    if (step == "Next")
-        return faults()["wmiBreaksOffAfter"].toInt() < 1000 ? -2147217407 : 0;
-    return faults()["wmi"].toObject()[step].toInt();
+    QJsonObject faults = m_state["faults"].toObject();
+    if (!faults[key].isArray())
+        return faults[key];
+    QJsonArray values = faults[key].toArray();
+    QJsonValue value = values.first();
+    if (values.size() > 1) {
+        values.removeFirst();
+        faults[key] = values;
+        m_state["faults"] = faults;
+        save();
+    }
+    return value;
 }
 
 QVector<WmiRow> Machine::wmiRows()
@@ -205,45 +190,40 @@ QVector<WmiRow> Machine::wmiRows()
         const WmiValue name{0, VARTYPE(each.hidden ? VT_NULL : VT_BSTR), each.name};
         rows.append({{"NetConnectionID", name}, {"PNPDeviceID", {0, VT_BSTR, each.id}}});
     }
-    if (const int from = faults()["wmiFromQuery"].toInt(); from > 1)
-        setFault("wmiFromQuery", from - 1);
-    else
-        rows = rows.mid(0, faults()["wmiBreaksOffAfter"].toInt());
-    return rows;
+    return rows.mid(0, nextFault("wmiBreaksOffAfter").toInt());
 }
 
 int Machine::devcon(const QString &program, const QStringList &arguments, QByteArray &output)
 {
     const QString verb = arguments.value(0);
     const QString operand = arguments.value(1);
-    const QString failure = program + ": command " + verb + " failed";
-    const int fault = nextFault("devcon " + verb);
-    // 1 means that all is done and a restart is needed.
-    const bool fails = fault != 0 && fault != 1;
     if (verb == "remove")
-        return removeDevices(operand, fault, output);
+        return removeDevices(operand, output);
     if (verb != "install" && verb != "update")
         return answer(output, "Invalid use of " + program, 3);
+    const QString failure = program + ": command " + verb + " failed";
+    const int fault = nextFault("devcon " + verb).toInt();
+    // 1 means that all is done and a restart is needed.
+    const bool fails = fault != 0 && fault != 1;
 
     QString text;
     if (verb == "install") {
         // An INF file that cannot be read is noticed before the device is created, any other failure afterwards.
         if (fails)
             return answer(output, failure, fault);
-        for (int i = 0; i < faults()["createAtOnce"].toInt(); ++i)
+        for (int count = nextFault("createAtOnce").toInt(); count > 0; --count)
             createDevice();
         text = "Device node created. Install is complete when drivers are installed...\r\n";
         save();
     }
     text += "Updating drivers for tap0901 from " + QDir::cleanPath(operand).replace('/', '\\') + ".\r\n";
     const auto isHidden = [](const Interface &each) { return each.hidden; };
-    const bool failsLate =
-        verb == "install" ? nextInstallFailsLate() : std::all_of(m_interfaces.begin(), m_interfaces.end(), isHidden);
+    const bool failsLate = verb == "install" ? nextFault("installFailsLate").toBool()
+                                             : std::all_of(m_interfaces.begin(), m_interfaces.end(), isHidden);
     if (fails || failsLate)
         return answer(output, text + failure, fails ? fault : 2);
 
-    m_state["driver"] = operand;
-    const QJsonObject renames = verb == "update" ? faults()["updateRenames"].toObject() : QJsonObject();
+    const QJsonObject renames = verb == "update" ? nextFault("updateRenames").toObject() : QJsonObject();
     for (Interface &each : m_interfaces) {
         if (each.hidden)
             continue;
@@ -255,34 +235,39 @@ int Machine::devcon(const QString &program, const QStringList &arguments, QByteA
     return answer(output, text + "Drivers installed successfully.", fault);
 }
 
-int Machine::removeDevices(const QString &operand, int fault, QByteArray &output)
+int Machine::removeDevices(const QString &operand, QByteArray &output)
 {
-    // The exit code is 0 even if a removal fails or no device matches.
-    const char *const result = fault == 0 ? ": Removed" : fault == 1 ? ": Removed on reboot" : ": Remove failed";
+    const int fault = nextFault("devcon remove").toInt();
+    const bool restart = fault == 1;
+    const char *const result = fault == 0 ? ": Removed" : restart ? ": Removed on reboot" : ": Remove failed";
     QString text;
+    int count = 0;
     QVector<Interface> left;
-    for (const Interface &each : m_interfaces) {
-        const bool matches = operand == "@" + each.id || (operand == "tap0901" && !each.hidden);
-        if (matches)
+    for (const Interface &each : qAsConst(m_interfaces)) {
+        const bool matches = !each.hidden && (operand == "tap0901" || operand == "@" + each.id);
+        if (matches) {
             text += each.id + result + "\r\n";
-        if (!matches || (fault != 0 && fault != 1))
+            count += fault == 0 || restart ? 1 : 0;
+        }
+        // A device that needs a restart to be removed stays until then.
+        if (!matches || fault != 0)
             left.append(each);
     }
-    const int count = m_interfaces.size() - left.size();
     m_interfaces = left;
     save();
-    const bool restart = fault == 1 && count > 0;
-    QString last = count == 0 ? "No devices were removed."
-                   : restart  ? "The %1 device(s) are ready to be removed. To remove the devices, reboot the system."
-                              : "%1 device(s) were removed.";
-    return answer(output, text + last.replace("%1", QString::number(count)), restart ? 1 : 0);
+    const QString last = count == 0 ? "No devices were removed."
+                         : restart
+                             ? "The %1 device(s) are ready to be removed. To remove the devices, reboot the system."
+                             : "%1 device(s) were removed.";
+    // The exit code is 0 even if a removal fails or no device matches.
+    return answer(output, text + QString(last).replace("%1", QString::number(count)), count > 0 && restart ? 1 : 0);
 }
 
 int Machine::run(const QString &tool, const QString &arguments, QByteArray &output)
 {
     if (tool == "wmic" && !system()["wmic"].toBool())
         return answer(output, "'wmic' is not recognized as an internal or external command.", 1);
-    if (const int fault = nextFault(tool); fault != 0)
+    if (const int fault = nextFault(tool).toInt(); fault != 0)
         return answer(output, tool + " failed.", fault);
 
     // Redirected, wmic writes UTF-16LE. Powershell writes the console's code page, and an empty line without headings.
@@ -314,7 +299,7 @@ int Machine::run(const QString &tool, const QString &arguments, QByteArray &outp
         m_interfaces[at].enabled = match.captured("verb").startsWith("enable", Qt::CaseInsensitive);
     } else {
         const bool taken = newName != name && find(newName) >= 0;
-        if (taken && !faults()["acceptTakenNames"].toBool())
+        if (taken && !nextFault("acceptTakenNames").toBool())
             return answer(output, "The name is taken: " + newName, 1);
         m_interfaces[at].name = newName;
         // A name that two interfaces share then means the one that had it first.
@@ -326,36 +311,10 @@ int Machine::run(const QString &tool, const QString &arguments, QByteArray &outp
     return 0;
 }
 
-int Machine::nextFault(const QString &tool)
-{
-    QJsonObject tools = faults()["tools"].toObject();
-    const int code = takeNext(tools, tool).toInt();
-    setFault("tools", tools);
-    return code;
-}
-
-bool Machine::nextInstallFailsLate()
-{
-    QJsonObject left = faults();
-    const bool fails = takeNext(left, "installFailsLate").toBool();
-    setFault("installFailsLate", left["installFailsLate"]);
-    return fails;
-}
-
-void Machine::setFault(const QString &key, const QJsonValue &value)
-{
-    QJsonObject left = faults();
-    if (left[key] == value)
-        return;
-    left[key] = value;
-    m_state["faults"] = left;
-    save();
-}
-
 int Machine::find(const QString &name) const
 {
     const auto found = std::find_if(m_interfaces.begin(), m_interfaces.end(),
-                                    [&](const Interface &each) { return each.hasDriver && each.name == name; });
+                                    [&](const Interface &each) { return each.name == name; });
     return found == m_interfaces.end() ? -1 : int(found - m_interfaces.begin());
 }
 
@@ -365,7 +324,7 @@ void Machine::createDevice()
     const auto taken = [&](const Interface &each) { return each.id == id; };
     for (int number = 1; std::any_of(m_interfaces.begin(), m_interfaces.end(), taken); ++number)
         id = QString(R"(ROOT\NET\%1)").arg(number, 4, 10, QChar('0'));
-    m_interfaces.append({"", id, true, false, false, faults()["listNewFromRead"].toInt()});
+    m_interfaces.append({"", id, true, false, false, nextFault("listNewFromRead").toInt()});
 }
 
 void Machine::installDriver(Interface &device)

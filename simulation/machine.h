@@ -20,7 +20,7 @@ public:
         QString name;
         QString id;
         bool enabled;
-        bool hidden;        ///< It is not present: WMI lists it without a name, and only `devcon remove @id` finds it.
+        bool hidden;        ///< It is not present: WMI lists it without a name, and devcon leaves it alone.
         bool hasDriver;     ///< Without one, no inventory lists it. A failed installation leaves such a device.
         int listedFromRead; ///< 1 when the next read of the inventory lists it, n when the n-th does.
     };
@@ -30,11 +30,10 @@ public:
     explicit Machine(const QString &path);
 
     QJsonObject system() const { return m_state["system"].toObject(); }
-    QJsonObject faults() const { return m_state["faults"].toObject(); }
 
-    /// Returns the HRESULT with which a step of the WMI query has to fail now, or 0. A failure of "Next" comes after
-    /// the last row of wmiRows().
-    HRESULT wmiFault(const QString &step) const;
+    /// Returns the value of a fault for this call, and no value for a key that is not a fault. If the fault is a list,
+    /// it has a value for each call: this function moves on to the next one. The last one counts for all further calls.
+    QJsonValue nextFault(const QString &key);
 
     /// Reads the inventory through WMI.
     QVector<WmiRow> wmiRows();
@@ -47,12 +46,7 @@ public:
     int run(const QString &tool, const QString &arguments, QByteArray &output);
 
 private:
-    /// Return the fault of this call. If a list says what each call does, they move on to its next entry.
-    int nextFault(const QString &tool);
-    bool nextInstallFailsLate();
-    void setFault(const QString &key, const QJsonValue &value);
-
-    int removeDevices(const QString &operand, int fault, QByteArray &output);
+    int removeDevices(const QString &operand, QByteArray &output);
     void createDevice();
     void installDriver(Interface &device);
     int find(const QString &name) const; ///< Returns -1 when there is none.

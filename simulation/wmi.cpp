@@ -1,6 +1,8 @@
 /// Fakes of WMI's objects. Natively com.cpp creates them, under Wine the fake locator.
 #include "wmi.h"
 
+#include <cstdlib>
+
 namespace
 {
 
@@ -18,21 +20,17 @@ struct Object : Interface, Named {
     {
         return m_host.queryInterface(iid, object);
     }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
+    // Nobody asks for a second reference.
+    ULONG STDMETHODCALLTYPE AddRef() override { std::abort(); }
     ULONG STDMETHODCALLTYPE Release() override
     {
         comCall(m_host, "Release", {static_cast<IUnknown *>(this)});
-        const ULONG left = --m_references;
-        if (left == 0)
-            delete this;
-        return left;
+        delete this;
+        return 0;
     }
 
 protected:
     WmiHost &m_host;
-
-private:
-    ULONG m_references = 1;
 };
 
 struct Row : Object<IWbemClassObject> {

@@ -11,7 +11,7 @@ namespace
 /// The class factory, the IClientSecurity that CoSetProxyBlanket() asks the services for, and the host of the query, in
 /// one object that is never deleted. It reads the machine anew at each call, since the fake tools change it in between.
 struct Server : WmiHost, IClassFactory, IClientSecurity {
-    HRESULT comCall(const QString &function, const QString &) override { return machine().wmiFault(function); }
+    HRESULT comCall(const QString &function, const QString &) override { return machine().nextFault(function).toInt(); }
     QVector<WmiRow> wmiRows() override { return machine().wmiRows(); }
     HRESULT queryInterface(REFIID iid, void **object) override { return QueryInterface(iid, object); }
 

@@ -14,7 +14,7 @@ log=$MORDWELL_MACHINE.files/log/tap-log.txt
 fact() { jq -e "$1" "$MORDWELL_MACHINE" >/dev/null 2>&1; }
 
 rm -rf "$data"
-if fact '.faults.noLogFolder'; then touch "$data"; fi
+if fact '.system.logFolder == false'; then touch "$data"; fi
 # put WORD FILE: puts the fake tool there unless the machine file says that the machine has no WORD.
 put() { if fact ".system.$1 == false"; then rm -f "$2"; else cp "$wine/fake_tool.exe" "$2"; fi; }
 put wmic "$drive/windows/system32/wbem/wmic.exe"
