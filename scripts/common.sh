@@ -65,14 +65,14 @@ apt_install() {
     "${install[@]}" >/dev/null 2>&1 || { "${apt[@]}" update; "${install[@]}"; }
 }
 
-# build PRESET [ARGUMENT...]: builds the preset; configures it with these arguments first if that has not been done.
+# build PRESET TARGET [ARGUMENT...]: builds a target of the preset; configures the preset with these arguments first if
+# that has not been done.
 build() { alone build_preset "$@"; }
 build_preset() {
-    local folder=$root/build/$1
+    local preset=$1 target=$2 folder=$root/build/$1
     cd "$root"
     # CMake refuses the build folder of a checkout that was moved.
     grep -qsxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$folder/CMakeCache.txt" || rm -rf "$folder"
-    [[ -f $folder/build.ninja ]] || quietly "configuring $1" cmake --preset "$@"
-    # A dry run takes moments, so a build that is up to date prints nothing.
-    [[ $(ninja -C "$folder" -n) == *"no work to do"* ]] || quietly "building $1" cmake --build --preset "$1"
+    [[ -f $folder/build.ninja ]] || quietly "configuring $preset" cmake --preset "$preset" "${@:3}"
+    quietly "building $preset" cmake --build --preset "$preset" --target "$target"
 }

@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# Tests ./run, the native program with unusual machine files, and that lists of the same things agree.
+# Tests ./run, ./test and what they share, the native program with unusual machine files, and that lists of the same
+# things agree.
 # usage: commands_test.sh PROGRAM
 program=$1 failed=0
 cd "$(dirname "$(realpath "$0")")/.." || exit
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
-export LC_ALL=C.UTF-8 ProgramFiles='C:\Program Files' MORDWELL_MACHINE=$folder/m.json
+export LC_ALL=C.UTF-8 TMPDIR=$folder ProgramFiles='C:\Program Files' MORDWELL_MACHINE=$folder/m.json
 fail() { printf 'FAIL: %s\n' "$*"; failed=1; }
 
 # same LIST ENTRIES LIST ENTRIES: both lists have the same entries, in any order.
@@ -19,6 +20,8 @@ same commands "$words" "./run --help" "$(./run --help | sed -n '/^WORD/{n;p}' | 
 same commands "$words" README.md "$(grep -P '^\| `\w+`' README.md | cut -d '|' -f 2 | grep -oP '`\K\w+')"
 same commands "$words" packaging/README.txt.in "$(grep -oP '^ +Mordwell.exe \K\w+' packaging/README.txt.in)"
 same simulation/cases "$(basename -s .json simulation/cases/*)" program.json "$(jq -r '.[].case' tests/program.json)"
+same program.json "$(jq -r '.[] | .case + " " + .title' tests/program.json)" \
+    "./run --help" "$(./run --help | sed '1,/^Cases/d; s/^ *//; s/  */ /')"
 
 # expect COMMAND STRING...: the output of the shell command contains the strings, in this order.
 expect() {
@@ -46,17 +49,21 @@ done <<'END'
 []|expected an object
 \n|the file is empty
 END
-expect "dash ./run" "needs bash"
-expect "./run --case" "--case needs a name"
-expect "./run --case x" "no such case: x"
-expect "./run --machine simulation/cases/empty.json" "use --case"
-expect "./run check --case empty" "unexpected --case"
-# ./run builds and runs the default build only.
+
+expect ". scripts/common.sh; trap 'echo exits with \$?' EXIT; quietly title ls /none" "No such" "failed: title" "with 1"
+# ./run and ./test build the default build, and ./run runs no other.
 [[ $program == "$PWD/build/default/Mordwell" ]] || exit $failed
-expect "./run --machine '$folder/new.json' list" "new.json does not exist: creating" "Exit code: 0"
-expect "flock '$folder/new.json.files' timeout 3 ./run --machine '$folder/new.json' help; echo \$?" 124
-red=$'\e[31m' plain=$'\e[0m'
-expect "script -qc 'NO_COLOR= ./run --case swapped-names; echo exits with \$?' /dev/null" \
-    "Interfaces before:" 'Kit  ROOT\NET\0000  enabled' "netsh: exit code 1" "Log" "    ${red}[ERROR]$plain [Halvane" \
-    "Exit code: 255" "Interfaces after:" 'VPN  ROOT\NET\0000  enabled' "exits with 255"
+install -D -m 755 /dev/stdin "$folder/bin/ctest" <<<$'#!/bin/sh\nexit 8'
+expect "PATH=$folder/bin:\$PATH ./test; echo exits with \$?" "exits with 8"
+expect "./run --machine simulation/cases/empty.json" "use --case"
+expect "./run --case restart-needed remove" "before:" 'VPN  ROOT\NET\0000  enabled' "devcon: exit code 1: ROOT" "Log, " \
+    "    [debug] [Halvane" "Exit code: 0" "after:" 'VPN  ROOT\NET\0000  enabled'
+# The variable names the machine. What an earlier run left there is not this run's.
+echo '{"system": {"wmic": false, "logFolder": false}, "interfaces": [{"name": "A", "hidden": true}]}' >"$MORDWELL_MACHINE"
+install -D /dev/null "$MORDWELL_MACHINE.files/log/tap-log.txt"
+touch "$MORDWELL_MACHINE.files/C:\\wmic"
+expect "./run list; echo exits with \$?; ls '$MORDWELL_MACHINE.files' | wc -l" \
+    "A    hidden" "tap-log.txt:" "none" "Exit code: 255" "exits with 255" "0"
+# Runs on one machine wait for each other.
+expect "flock '$MORDWELL_MACHINE.files' timeout 2 ./run list; echo exits with \$?" "exits with 124"
 exit $failed
