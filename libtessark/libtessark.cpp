@@ -51,7 +51,8 @@ bool isProgramOnDrive(const QString &path)
     return QRegExp(R"([A-Z]:[/\\].*\.exe)", Qt::CaseInsensitive).exactMatch(path);
 }
 
-/// Console tools write the OEM code page into a pipe, not the ANSI one that QString::fromLocal8Bit() decodes.
+/// Decodes what a console tool wrote. The texts of devcon are ASCII, which is the same in all code pages. A tool that
+/// writes other characters into a pipe uses the OEM code page, not the ANSI one that QString::fromLocal8Bit() decodes.
 QString fromOem(const QByteArray &bytes)
 {
     QVector<wchar_t> text(bytes.size());
