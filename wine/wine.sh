@@ -13,4 +13,13 @@ export WINEPATH WINEPREFIX=$wine/prefix WINEDEBUG=-all DISPLAY='' LC_ALL=C.UTF-8
 # Wine prefers its own netsh to the fake one by default.
 export WINEDLLOVERRIDES=netsh.exe=n
 mapfile -t loader <"$wine/loader"
-exec "${loader[@]}" "$@"
+errors=$(mktemp)
+trap 'rm -f "$errors"' EXIT
+# In one of some thousand starts, Wine cannot start the program, and says so. Only then is it started again.
+for _ in 1 2; do
+    exit_code=0
+    "${loader[@]}" "$@" 2>"$errors" || exit_code=$?
+    cat "$errors" >&2
+    grep -Eq '^wine(: (could not|cannot|failed to)| client error)' "$errors" || break
+done
+exit "$exit_code"
