@@ -26,7 +26,7 @@ QString shortened(const QString &line)
         R"((?|(main):(?=main)|(tap):ZELK::(?:(?=readInterfacesP)|Tap::(?!readInterfacesP)))(\w+\(\):)(\d+)\] )");
     const QRegularExpressionMatch match = prefix.match(line);
     // The source line is often all that distinguishes two failures, so it has to be that of a statement.
-    QFile source(QFileInfo(__FILE__).path() + "/../src/" + match.captured(2) + ".cpp");
+    QFile source(SOURCES + match.captured(2) + ".cpp");
     const QByteArrayList lines = source.open(QIODevice::ReadOnly) ? source.readAll().split('\n') : QByteArrayList();
     const QByteArray statement = lines.value(match.captured(4).toInt() - 1).trimmed();
     if (!statement.startsWith("STATEMENT(\"" + match.captured(1).toUtf8() + '"'))
