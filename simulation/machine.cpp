@@ -123,8 +123,6 @@ Machine::Machine(const QString &path) : m_path(path)
         m_interfaces.append({entry["name"].toString(), entry["id"].toString(), entry["enabled"].toBool(),
                              entry["hidden"].toBool(), entry["hasDriver"].toBool(), entry["listedFromRead"].toInt()});
     }
-    if (!file.exists())
-        save();
 }
 
 void Machine::save()

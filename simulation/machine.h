@@ -25,8 +25,8 @@ public:
         int listedFromRead; ///< 1 when the next read of the inventory lists it, n when the n-th does.
     };
 
-    /// Reads the file, and creates it when it does not exist: an empty Windows 10 x64 machine. Ends the process with
-    /// exit code 2 and a message that names the key or the line when the file is malformed.
+    /// Reads the file. If it does not exist, the machine is an empty Windows 10 x64 machine. Ends the process with exit
+    /// code 2 and a message that names the key or the line when the file is malformed.
     explicit Machine(const QString &path);
 
     QJsonObject system() const { return m_state["system"].toObject(); }

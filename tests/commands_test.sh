@@ -50,13 +50,14 @@ done <<'END'
 \n|the file is empty
 END
 
-expect ". scripts/common.sh; trap 'echo exits with \$?' EXIT; quietly title ls /none" "No such" "failed: title" "with 1"
+expect ". scripts/common.sh; trap 'echo exits with \$?; ls $folder' EXIT; quietly title ls /none" \
+    "No such" "failed: title" "exits with 1" tmp.
 # ./run and ./test build the default build, and ./run runs no other.
 [[ $program == "$PWD/build/default/Mordwell" ]] || exit $failed
 install -D -m 755 /dev/stdin "$folder/bin/ctest" <<<$'#!/bin/sh\nexit 8'
 expect "PATH=$folder/bin:\$PATH ./test; echo exits with \$?" "exits with 8"
 expect "./run --machine simulation/cases/empty.json" "use --case"
-expect "./run --case restart-needed remove" "before:" 'VPN  ROOT\NET\0000  enabled' "devcon: exit code 1: ROOT" "Log, " \
+expect "env -u ProgramFiles ./run --case restart-needed remove" "before:" 'VPN  ROOT\NET\0000  enabled' "devcon: exit code 1: ROOT" "Log, " \
     "    [debug] [Halvane" "Exit code: 0" "after:" 'VPN  ROOT\NET\0000  enabled'
 # The variable names the machine. What an earlier run left there is not this run's.
 echo '{"system": {"wmic": false, "logFolder": false}, "interfaces": [{"name": "A", "hidden": true}]}' >"$MORDWELL_MACHINE"

@@ -22,7 +22,8 @@ QString shortened(const QString &line)
     // The names of day and month are in the system's language. In main.cpp only main() logs, and in tap.cpp each
     // function but readInterfacesProgrammatically() is one of Tap.
     static const QRegularExpression prefix(
-        R"(^[^[]+ \d+ [\d:]{8} 20\d\d \[0x[1-9a-f][0-9a-f]*\] \[(\w+)\] \[Halvane Relay Kit:\.\\)"
+        R"(^[^[]+ \d+ [\d:]{8} 20\d\d \[0x)" + QString::number(quintptr(QThread::currentThreadId()), 16) +
+        R"(\] \[(\w+)\] \[Halvane Relay Kit:\.\\)"
         R"((?|(main):(?=main)|(tap):ZELK::(?:(?=readInterfacesP)|Tap::(?!readInterfacesP)))(\w+\(\):)(\d+)\] )");
     const QRegularExpressionMatch match = prefix.match(line);
     // The source line is often all that distinguishes two failures, so it has to be that of a statement.
@@ -154,7 +155,8 @@ int libtessark::utils::execute(const QString &program, const QStringList &argume
 
 int libtessark::utils::executeSync(const QString &commandLine, QByteArray *output, QByteArray *)
 {
-    static const QRegularExpression redirection("> \"([^\"]+)\"");
+    // The name has a random end, since other users can write to the temporary folder.
+    static const QRegularExpression redirection(R"re(> "([^"]+\.\w{6})")re");
     QFile scratch(redirection.match(commandLine).captured(1));
     const Answer answer = host->answer(QString(commandLine).replace(redirection, "> \"SCRATCH\""));
     const auto utf16 = [](const QString &text) {
