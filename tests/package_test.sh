@@ -11,8 +11,8 @@ wrong() { echo "FAIL: $*" && failures=$((failures + 1)); }
 unzip -q "$root"/build/Mordwell-*-"$arch.zip" -d "$work/a package"
 cd "$work/a package"/*/
 version=$(basename "$PWD" | cut -d- -f2)
-find . -type f | LC_ALL=C sort | diff - <(printf './%s\n' Mordwell.exe Qt5Core.dll README.txt licences/LICENSE.{GPL3,LGPL3} \
-    licences/{Qt5Core,gcc-runtime,mingw-w64,zlib}.txt tessark.dll) || wrong "the package has other files"
+find . -type f | LC_ALL=C sort | diff - <(printf './%s\n' Mordwell.exe Qt5Core.dll README.txt check.cmd \
+    licences/LICENSE.{GPL3,LGPL3} licences/{Qt5Core,gcc-runtime,mingw-w64,zlib}.txt tessark.dll) || wrong "the package has other files"
 zlib=$("$target-strings" Qt5Core.dll | sed -n 's/^ inflate \([^ ]*\) .*/\1/p')
 grep -q "^    zlib    ${zlib}[+-]" README.txt || wrong "Qt5Core.dll contains zlib $zlib, and README.txt does not say so"
 

@@ -1,0 +1,75 @@
+@echo off
+rem Runs "Mordwell.exe check", but not again after a check that failed or was killed: after some failures, each further
+rem check adds an interface or disables the wrong one, and deployment tools repeat what failed.
+rem
+rem The folder C:\ProgramData\HalvaneRelayKit\unfinished-check is the marker. This file creates it before the check and
+rem removes it after a success. While the marker exists, this file runs nothing. When the check has ended, the marker
+rem contains its log. If it is empty, this file was killed during the check, whose log is log\tap-log.txt; without that
+rem log too, the check changed nothing.
+rem
+rem Exit code:
+rem     0    The check succeeded, and an interface is named HalvaneRelayKit.
+rem     101  Nothing was run, and no marker was made: a file or folder is missing or cannot be written.
+rem     102  Nothing was run: another check.cmd is running.
+rem     103  Nothing was run: the marker of an earlier check exists.
+rem     104  The check exited with 0, but it left no log, or no interface is named HalvaneRelayKit. The marker stays.
+rem     105  The check succeeded, but the marker could not be removed.
+rem     Any other code is that of the check, which failed (-1) or was killed (usually 1). The marker stays.
+setlocal EnableExtensions DisableDelayedExpansion
+set "program=%~dp0Mordwell.exe"
+set "data=%ProgramData%\HalvaneRelayKit"
+set "log=%data%\log\tap-log.txt"
+set "marker=%data%\unfinished-check"
+
+rem Before each step, code and message are set to what this file reports if the step fails.
+set "code=101"
+set "message=Nothing was run: "%program%" does not exist."
+if not exist "%program%" goto end
+set "message=Nothing was run: create "%data%\log" first. Only administrators and SYSTEM may write there."
+if not exist "%data%\log\" goto end
+
+rem The lock is an open file: while one process redirects to it, the redirection of another one fails, and with it the
+rem call. A killed process has nothing open, so a file that it left locks nothing.
+set "code=102"
+set "message=Nothing was run: another check.cmd is running, or "%data%" cannot be written."
+call :check 9>"%data%\check.lock"
+:end
+echo %message%
+exit /b %code%
+
+:check
+set "code=103"
+set "message=Nothing was run: an earlier check failed or was killed. Follow docs\log.md, then delete "%marker%"."
+if exist "%marker%" exit /b
+set "code=101"
+set "message=Nothing was run: "%log%" cannot be deleted. Another program may have it open."
+if exist "%log%" del /f /q "%log%"
+if exist "%log%" exit /b
+set "message=Nothing was run: "%marker%" cannot be created."
+md "%marker%"
+if not exist "%marker%\" exit /b
+
+"%program%" check
+set "code=%errorlevel%"
+set "message=The check ended with code %code%. Its log, if any, is in "%marker%". Follow docs\log.md."
+if exist "%log%" copy /y "%log%" "%marker%" >nul
+if not "%code%"=="0" exit /b
+set "code=104"
+set "message=The check exited with 0, but its log is not in "%marker%"."
+if not exist "%marker%\tap-log.txt" exit /b
+
+rem A check exits with 0 even if it could not name the new interface.
+set "message=No interface is named HalvaneRelayKit, or list failed. The log of the check is in "%marker%"."
+"%program%" list
+if not "%errorlevel%"=="0" exit /b
+"%SystemRoot%\System32\find.exe" """HalvaneRelayKit""" "%log%" >nul
+if not "%errorlevel%"=="0" exit /b
+
+set "code=105"
+set "message=The check succeeded. "%marker%" cannot be removed: delete it."
+move /y "%marker%\tap-log.txt" "%log%" >nul
+rd "%marker%"
+if exist "%marker%" exit /b
+set "code=0"
+set "message=The check succeeded."
+exit /b
