@@ -12,14 +12,16 @@ rem     0    The check succeeded, and an interface is named HalvaneRelayKit.
 rem     101  Nothing was run, and no marker was made: a file or folder is missing or cannot be written.
 rem     102  Nothing was run: another check.cmd is running.
 rem     103  Nothing was run: the marker of an earlier check exists.
-rem     104  The check exited with 0, but it left no log, or no interface is named HalvaneRelayKit. The marker stays.
+rem     104  The check exited with 0, but its log is missing or stops early, or list shows no interface that is named
+rem          HalvaneRelayKit. The marker stays.
 rem     105  The check succeeded, but the marker could not be removed.
-rem     Any other code is that of the check, which failed (-1) or was killed (usually 1). The marker stays.
+rem     Any other code is that of the check: it failed (-1) or was killed (usually 1). The marker stays.
 setlocal EnableExtensions DisableDelayedExpansion
 set "program=%~dp0Mordwell.exe"
 set "data=%ProgramData%\HalvaneRelayKit"
 set "log=%data%\log\tap-log.txt"
 set "marker=%data%\unfinished-check"
+set "find=%SystemRoot%\System32\find.exe"
 
 rem Before each step, code and message are set to what this file reports if the step fails.
 set "code=101"
@@ -54,15 +56,18 @@ set "code=%errorlevel%"
 set "message=The check ended with code %code%. Its log, if any, is in "%marker%". Follow docs\log.md."
 if exist "%log%" copy /y "%log%" "%marker%" >nul
 if not "%code%"=="0" exit /b
+
+rem A check that was killed can exit with 0, too. Its last step is to disable the interface.
 set "code=104"
-set "message=The check exited with 0, but its log is not in "%marker%"."
-if not exist "%marker%\tap-log.txt" exit /b
+set "message=The check exited with 0, but "%marker%" does not contain a complete log."
+"%find%" "ZELK::Tap::disable()" "%marker%\tap-log.txt" >nul
+if not "%errorlevel%"=="0" exit /b
 
 rem A check exits with 0 even if it could not name the new interface.
 set "message=No interface is named HalvaneRelayKit, or list failed. The log of the check is in "%marker%"."
 "%program%" list
 if not "%errorlevel%"=="0" exit /b
-"%SystemRoot%\System32\find.exe" """HalvaneRelayKit""" "%log%" >nul
+"%find%" """HalvaneRelayKit""" "%log%" >nul
 if not "%errorlevel%"=="0" exit /b
 
 set "code=105"
