@@ -12,7 +12,8 @@ unzip -q "$root"/build/Mordwell-*-"$arch.zip" -d "$work/a package"
 cd "$work/a package"/*/
 version=$(basename "$PWD" | cut -d- -f2)
 find . -type f | LC_ALL=C sort | diff - <(printf './%s\n' Mordwell.exe Qt5Core.dll README.txt check.cmd \
-    licences/LICENSE.{GPL3,LGPL3} licences/{Qt5Core,gcc-runtime,mingw-w64,zlib}.txt tessark.dll) || wrong "the package has other files"
+    licences/LICENSE.{GPL3,LGPL3} licences/{Qt5Core,gcc-runtime,mingw-w64,zlib}.txt tessark.dll) ||
+    wrong "the package has other files"
 zlib=$("$target-strings" Qt5Core.dll | sed -n 's/^ inflate \([^ ]*\) .*/\1/p')
 grep -q "^    zlib    ${zlib}[+-]" README.txt || wrong "Qt5Core.dll contains zlib $zlib, and README.txt does not say so"
 
@@ -62,7 +63,8 @@ while IFS='|' read -r title case before expected; do
     held=none
     [[ ! -d $marker ]] || held=$(log_of "$marker/tap-log.txt" empty)
     actual="$code $held $(log_of "$log" none)"
-    [[ $actual == "$expected" ]] || wrong "check.cmd, $title: expected $expected, actual $actual"
+    [[ $actual == "$expected" ]] ||
+        wrong "check.cmd, $title: exit code, log in the marker and last log: expected $expected, actual $actual"
     wait
 done <<'END'
 success|empty||0 none check
