@@ -80,6 +80,7 @@ a marker that stays|empty|during_check touch "$marker/file" &|105 empty check
 a log that cannot be opened|empty|ln -sf /nonexistent/log "$log"|255 empty none
 a log that cannot be deleted|empty|rm "$log"; mkdir "$log"|101 none none
 no data folder|empty|rm -r "$data"|101 none none
+a program that does not start|empty|echo >Mordwell.exe|49 empty none
 no Mordwell.exe|empty|rm Mordwell.exe|101 none older
 END
 
