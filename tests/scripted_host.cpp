@@ -70,7 +70,8 @@ struct ScriptedHost : WmiHost {
     int next = 0; ///< The line of the script after the last one that was answered.
     QStringList journal;
     Answer last;
-    qint64 logSize = 0; ///< How much of the log is in the journal.
+    qint64 logSize = 0;  ///< How much of the log is in the journal.
+    QString scratchName; ///< The file that the last redirected command left.
 };
 ScriptedHost *host = nullptr;
 
@@ -158,6 +159,9 @@ int libtessark::utils::executeSync(const QString &commandLine, QByteArray *outpu
     // The name has a random end, since other users can write to the temporary folder.
     static const QRegularExpression redirection(R"re(> "([^"]+\.\w{6})")re");
     QFile scratch(redirection.match(commandLine).captured(1));
+    if (scratch.exists() && scratch.fileName() != host->scratchName)
+        host->journal << "the scratch file exists before a command";
+    host->scratchName = scratch.fileName();
     const Answer answer = host->answer(QString(commandLine).replace(redirection, "> \"SCRATCH\""));
     const auto utf16 = [](const QString &text) {
         return QByteArray(reinterpret_cast<const char *>(text.utf16()), text.size() * 2);

@@ -105,7 +105,6 @@ void UnitTest::scenarios_data()
     const Step notRemoved = logged("ERROR", "removeInterface") + logged("debug", "main");
     removal("removes the interface even if a restart is needed",
             wmi({{"A", "1"}, {kit, "7"}}) + line(devcon + "[remove] [@7]", {1}));
-    removal("removes the interface even if its id is empty", wmi({{kit, ""}}) + line(devcon + "[remove] [@]", {}));
     removal("removes the last of two ids of a name in wmic's list",
             wmiFails + line(wmic, {0, "Name Id\r\nHalvaneRelayKit 1\r\nHalvaneRelayKit 2\r\n"}) +
                 found({{kit, "1"}, {kit, "2"}}) + line(devcon + "[remove] [@2]", {}));
