@@ -4,8 +4,8 @@ rem check adds an interface or disables the wrong one, and deployment tools repe
 rem
 rem The folder C:\ProgramData\HalvaneRelayKit\unfinished-check is the marker. This file creates it before the check and
 rem removes it after a success. While the marker exists, this file runs nothing. When the check has ended, the marker
-rem contains its log. If it is empty, this file was killed during the check, whose log is log\tap-log.txt; without that
-rem log too, the check changed nothing.
+rem contains its log. If it is empty, this file was killed during the check, whose log is log\tap-log.txt; if there is no
+rem log at all, the check changed nothing.
 rem
 rem Exit code:
 rem     0    The check succeeded, and an interface is named HalvaneRelayKit.
@@ -15,7 +15,8 @@ rem     103  Nothing was run: the marker of an earlier check exists.
 rem     104  The check exited with 0, but its log is missing or stops early, or list shows no interface that is named
 rem          HalvaneRelayKit. The marker stays.
 rem     105  The check succeeded, but the marker could not be removed.
-rem     Any other code is that of the check: it failed (-1) or was killed (usually 1). The marker stays.
+rem     Any other code is that of the check: it failed (-1) or was killed (usually 1). The marker stays, unless the check
+rem          left no log and so changed nothing.
 setlocal EnableExtensions DisableDelayedExpansion
 set "program=%~dp0Mordwell.exe"
 set "data=%ProgramData%\HalvaneRelayKit"
@@ -25,15 +26,15 @@ set "find=%SystemRoot%\System32\find.exe"
 
 rem Before each step, code and message are set to what this file reports if the step fails.
 set "code=101"
-set "message=Nothing was run: "%program%" does not exist."
+set "message=Nothing was run: '%program%' does not exist."
 if not exist "%program%" goto end
-set "message=Nothing was run: create "%data%\log" first. Only administrators and SYSTEM may write there."
+set "message=Nothing was run: run elevated, after make-log-folder.ps1 has made '%data%\log'."
 if not exist "%data%\log\" goto end
 
 rem The lock is an open file: while one process redirects to it, the redirection of another one fails, and with it the
 rem call. A killed process has nothing open, so a file that it left locks nothing.
 set "code=102"
-set "message=Nothing was run: another check.cmd is running, or "%data%" cannot be written."
+set "message=Nothing was run: another check.cmd is running, or '%data%' cannot be written."
 call :check 9>"%data%\check.lock"
 :end
 echo %message%
@@ -41,37 +42,40 @@ exit /b %code%
 
 :check
 set "code=103"
-set "message=Nothing was run: an earlier check failed or was killed. Follow docs\log.md, then delete "%marker%"."
+set "message=Nothing was run: an earlier check failed or was killed. Follow docs\log.md, then delete '%marker%'."
 if exist "%marker%" exit /b
 set "code=101"
-set "message=Nothing was run: "%log%" cannot be deleted. Another program may have it open."
-if exist "%log%" del /f /q "%log%"
+set "message=Nothing was run: '%log%' cannot be deleted. Another program may have it open."
+rem In place of a folder, del would delete the files in it.
+if not exist "%log%\" if exist "%log%" del /f /q "%log%"
 if exist "%log%" exit /b
-set "message=Nothing was run: "%marker%" cannot be created."
+set "message=Nothing was run: '%marker%' cannot be created."
 md "%marker%"
 if not exist "%marker%\" exit /b
 
 "%program%" check
 set "code=%errorlevel%"
-set "message=The check ended with code %code%. Its log, if any, is in "%marker%". Follow docs\log.md."
+set "message=The check ended with code %code%. Its log, if any, is in '%marker%'. Follow docs\log.md."
 if exist "%log%" copy /y "%log%" "%marker%" >nul
+rem A check without a log changed nothing, so it can be repeated.
+if not "%code%"=="0" if not exist "%log%" rd "%marker%"
 if not "%code%"=="0" exit /b
 
 rem A check that was killed can exit with 0, too. Its last step is to disable the interface.
 set "code=104"
-set "message=The check exited with 0, but "%marker%" does not contain a complete log."
+set "message=The check exited with 0, but '%marker%' does not contain a complete log."
 "%find%" "ZELK::Tap::disable()" "%marker%\tap-log.txt" >nul
 if not "%errorlevel%"=="0" exit /b
 
 rem A check exits with 0 even if it could not name the new interface.
-set "message=No interface is named HalvaneRelayKit, or list failed. The log of the check is in "%marker%"."
+set "message=No interface is named HalvaneRelayKit, or list failed. The log of the check is in '%marker%'."
 "%program%" list
 if not "%errorlevel%"=="0" exit /b
 "%find%" """HalvaneRelayKit""" "%log%" >nul
 if not "%errorlevel%"=="0" exit /b
 
 set "code=105"
-set "message=The check succeeded. "%marker%" cannot be removed: delete it."
+set "message=The check succeeded. '%marker%' cannot be removed: delete it."
 move /y "%marker%\tap-log.txt" "%log%" >nul
 rd "%marker%"
 if exist "%marker%" exit /b

@@ -5,15 +5,16 @@
 # which the next elevated run would empty. Existing folders stay as they are if they are safe. An unsafe one is moved
 # aside, with the files in it, which nobody should use.
 #
-# Prints nothing on success. Otherwise the error says which folder is not safe, and the exit code is 1.
+# Prints nothing on success. Otherwise it prints an error, and the exit code is 1.
 $ErrorActionPreference = 'Stop'
 $data = "$env:ProgramData\HalvaneRelayKit"
 $log = "$data\log"
 $type = [Security.Principal.SecurityIdentifier]
 
-# Returns whether nobody but SYSTEM and administrators owns the folder or has rights to it, and it is no link.
+# Returns whether nobody but SYSTEM and administrators owns the folder or has rights to it, and it is no link. A folder
+# that cannot be examined is not safe.
 function Test-Folder($path) {
-    $acl = Get-Acl -LiteralPath $path
+    try { $acl = Get-Acl -LiteralPath $path } catch { return $false }
     $sids = @($acl.GetOwner($type)) + @($acl.GetAccessRules($true, $true, $type) | ForEach-Object IdentityReference)
     $others = @($sids | Where-Object { $_.Value -notin 'S-1-5-18', 'S-1-5-32-544' })
     $link = (Get-Item -LiteralPath $path -Force).Attributes -band [IO.FileAttributes]::ReparsePoint
@@ -22,7 +23,7 @@ function Test-Folder($path) {
 
 foreach ($path in $data, $log) {
     if ((Test-Path -LiteralPath $path) -and -not (Test-Folder $path)) {
-        [IO.Directory]::Move($data, "$data.untrusted-" + [Guid]::NewGuid())
+        [IO.Directory]::Move($path, "$path.untrusted-" + [Guid]::NewGuid())
     }
 }
 # A new folder gets its owner and rights in the moment in which it is created.

@@ -55,7 +55,7 @@ export MORDWELL_MACHINE=$work/machine.json
 data=$root/build/wine/$arch/prefix/drive_c/ProgramData/HalvaneRelayKit
 log=$data/log/tap-log.txt marker=$data/unfinished-check
 check() { "$root/wine/wine.sh" "$arch" "$(windows_path "$PWD/check.cmd")" </dev/null; }
-log_of() { grep -soP "arg: '\K\w+" "$1" || echo "$2"; }
+log_of() { grep -rshoP "arg: '\K\w+" "$1" || echo "$2"; }
 # during_check COMMAND...: waits for the log of a check, and repeats the command until it succeeds.
 # shellcheck disable=SC2317 # Rows call it.
 during_check() { for _ in {1..200}; do if grep -qs "'check'" "$log" && "$@"; then break; fi; sleep 0.1; done; }
@@ -78,10 +78,10 @@ Mordwell is killed|update-fails|during_check "$root/wine/wine.sh" "$arch" taskki
 a marker|empty|mkdir "$marker"|103 empty older
 two at once|empty|check & during_check true|102 empty check
 a marker that stays|empty|during_check touch "$marker/file" &|105 empty check
-a log that cannot be opened|empty|ln -sf /nonexistent/log "$log"|255 empty none
-a log that cannot be deleted|empty|rm "$log"; mkdir "$log"|101 none none
+a log that cannot be opened|empty|ln -sf /nonexistent/log "$log"|255 none none
+a folder in place of the log|empty|rm "$log"; mkdir "$log"; echo "arg: 'kept'" >"$log/file"|101 none kept
 no data folder|empty|rm -r "$data"|101 none none
-a program that does not start|empty|echo >Mordwell.exe|49 empty none
+a program that does not start|empty|echo >Mordwell.exe|49 none none
 no Mordwell.exe|empty|rm Mordwell.exe|101 none older
 END
 
