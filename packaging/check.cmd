@@ -47,7 +47,7 @@ if exist "%marker%" exit /b
 set "code=101"
 set "message=Nothing was run: '%log%' cannot be deleted. Another program may have it open."
 rem In place of a folder, del would delete the files in it.
-if not exist "%log%\" if exist "%log%" del /f /q "%log%"
+if not exist "%log%\*" if exist "%log%" del /f /q "%log%"
 if exist "%log%" exit /b
 set "message=Nothing was run: '%marker%' cannot be created."
 md "%marker%"
