@@ -11,10 +11,6 @@
 #include <QTest>
 #include <QTextCodec>
 
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-
 using namespace steps;
 
 /// The file that exists before a scenario. With the name of a folder, it prevents that folder.
@@ -42,24 +38,10 @@ class UnitTest : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
     void scenarios_data();
     void scenarios();
     void operations();
 };
-
-/// Makes a crash print which test was running. QTest's own handler prints a debugger's output instead, and its message
-/// goes into the program's log.
-void UnitTest::initTestCase()
-{
-    for (const int signal : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV})
-        std::signal(signal, [](int) {
-            // A test without rows has no title.
-            const QByteArray title = QTest::currentDataTag();
-            std::fprintf(stderr, "crashed: %s(%s)\n", QTest::currentTestFunction(), title.constData());
-            std::_Exit(1);
-        });
-}
 
 void UnitTest::scenarios_data()
 {
