@@ -4,19 +4,19 @@ rem check adds an interface or disables the wrong one, and deployment tools repe
 rem
 rem The folder C:\ProgramData\HalvaneRelayKit\unfinished-check is the marker. This file creates it before the check and
 rem removes it after a success. While the marker exists, this file runs nothing. When the check has ended, the marker
-rem contains its log. If it is empty, this file was killed during the check, whose log is log\tap-log.txt; if there is no
-rem log at all, the check changed nothing.
+rem contains its log. If it is empty, this file was killed during the check, whose log is log\tap-log.txt; if there is
+rem no log at all, the check changed nothing.
 rem
 rem Exit code:
 rem     0    The check succeeded, and an interface is named HalvaneRelayKit.
-rem     101  Nothing was run, and no marker was made: a file or folder is missing or cannot be written.
-rem     102  Nothing was run: another check.cmd is running.
+rem     101  Nothing was run, and no marker was made: a file or folder is missing, or the old log cannot be deleted.
+rem     102  Nothing was run: another check.cmd is running, or the data folder cannot be written.
 rem     103  Nothing was run: the marker of an earlier check exists.
 rem     104  The check exited with 0, but its log is missing or stops early, or list shows no interface that is named
 rem          HalvaneRelayKit. The marker stays.
 rem     105  The check succeeded, but the marker could not be removed.
-rem     Any other code is that of the check: it failed (-1) or was killed (usually 1). The marker stays, unless the check
-rem          left no log and so changed nothing.
+rem     Any other code is that of the check: it failed (-1) or was killed (usually 1). The marker stays, unless the
+rem          check left no log and so changed nothing.
 setlocal EnableExtensions DisableDelayedExpansion
 set "program=%~dp0Mordwell.exe"
 set "data=%ProgramData%\HalvaneRelayKit"
@@ -26,13 +26,13 @@ set "find=%SystemRoot%\System32\find.exe"
 
 rem Before each step, code and message are set to what this file reports if the step fails.
 set "code=101"
-set "message=Nothing was run: '%program%' does not exist."
+set "message=Nothing was run: Mordwell.exe is not in the folder of check.cmd."
 if not exist "%program%" goto end
 set "message=Nothing was run: run elevated, after make-log-folder.ps1 has made '%data%\log'."
 if not exist "%data%\log\" goto end
 
 rem The lock is an open file: while one process redirects to it, the redirection of another one fails, and with it the
-rem call. A killed process has nothing open, so a file that it left locks nothing.
+rem call. When this file and the programs that it started have ended, a file that they left locks nothing.
 set "code=102"
 set "message=Nothing was run: another check.cmd is running, or '%data%' cannot be written."
 call :check 9>"%data%\check.lock"
@@ -46,7 +46,7 @@ set "message=Nothing was run: an earlier check failed or was killed. Follow docs
 if exist "%marker%" exit /b
 set "code=101"
 set "message=Nothing was run: '%log%' cannot be deleted. Another program may have it open."
-rem In place of a folder, del would delete the files in it.
+rem If a folder has the place of the log, del would delete the files in it.
 if not exist "%log%\*" if exist "%log%" del /f /q "%log%"
 if exist "%log%" exit /b
 set "message=Nothing was run: '%marker%' cannot be created."
@@ -61,7 +61,8 @@ rem A check without a log changed nothing, so it can be repeated.
 if not "%code%"=="0" if not exist "%log%" rd "%marker%"
 if not "%code%"=="0" exit /b
 
-rem A check that was killed can exit with 0, too. Its last step is to disable the interface.
+rem A check that was killed can exit with 0, too. Its last step is to disable the interface: a log in which this step has
+rem begun counts as complete.
 set "code=104"
 set "message=The check exited with 0, but '%marker%' does not contain a complete log."
 "%find%" "ZELK::Tap::disable()" "%marker%\tap-log.txt" >nul

@@ -1,8 +1,8 @@
 # Creates C:\ProgramData\HalvaneRelayKit and its folder log, which only administrators and SYSTEM can write to. Run it
 # elevated or as SYSTEM, by Windows PowerShell 5.1: .NET (Core), and so PowerShell 7, lacks the CreateDirectory() below.
 #
-# Every user may create files in a folder that inherits its rights from C:\ProgramData, also a link to another file,
-# which the next elevated run would empty. Existing folders stay as they are if they are safe. An unsafe one is moved
+# Every user may create files in a folder that inherits its rights from C:\ProgramData, including a link to another
+# file, which the next elevated run would empty. Existing folders stay as they are if they are safe. An unsafe one is moved
 # aside, with the files in it, which nobody should use.
 #
 # Prints nothing on success. Otherwise it prints an error, and the exit code is 1.

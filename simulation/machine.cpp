@@ -27,7 +27,6 @@ const char modelFile[] = R"({
         "wmiBreaksOffAfter": 1000,
         "devcon install": "code", "devcon update": "code", "devcon remove": "code",
         "powershell": "code", "netsh": "code",
-        "installFailsLate": false,
         "createAtOnce": 1,
         "listNewFromRead": 1,
         "updateRenames": {"*": ""},
@@ -200,15 +199,10 @@ int Machine::devcon(const QString &program, const QStringList &arguments, QByteA
     if (verb != "install" && verb != "update")
         return answer(output, "Invalid use of " + program, 3);
     const QString failure = program + ": command " + verb + " failed";
-    const int fault = nextFault("devcon " + verb).toInt();
-    // 1 means that all is done and a restart is needed.
-    const bool fails = fault != 0 && fault != 1;
+    int exitCode = nextFault("devcon " + verb).toInt();
 
     QString text;
     if (verb == "install") {
-        // An INF file that cannot be read is noticed before the device is created, any other failure afterwards.
-        if (fails)
-            return answer(output, failure, fault);
         for (int count = nextFault("createAtOnce").toInt(); count > 0; --count)
             createDevice();
         text = "Device node created. Install is complete when drivers are installed...\r\n";
@@ -216,10 +210,11 @@ int Machine::devcon(const QString &program, const QStringList &arguments, QByteA
     }
     text += "Updating drivers for tap0901 from " + QDir::cleanPath(operand).replace('/', '\\') + ".\r\n";
     const auto isHidden = [](const Interface &each) { return each.hidden; };
-    const bool failsLate = verb == "install" ? nextFault("installFailsLate").toBool()
-                                             : std::all_of(m_interfaces.begin(), m_interfaces.end(), isHidden);
-    if (fails || failsLate)
-        return answer(output, text + failure, fails ? fault : 2);
+    if (std::all_of(m_interfaces.begin(), m_interfaces.end(), isHidden))
+        exitCode = 2;
+    // 1 means that all is done and a restart is needed. After a failed installation, the new device has no driver.
+    if (exitCode != 0 && exitCode != 1)
+        return answer(output, text + failure, exitCode);
 
     const QJsonObject renames = verb == "update" ? nextFault("updateRenames").toObject() : QJsonObject();
     for (Interface &each : m_interfaces) {
@@ -230,7 +225,7 @@ int Machine::devcon(const QString &program, const QStringList &arguments, QByteA
         each.name = renames.value(each.name).toString(each.name);
     }
     save();
-    return answer(output, text + "Drivers installed successfully.", fault);
+    return answer(output, text + "Drivers installed successfully.", exitCode);
 }
 
 int Machine::removeDevices(const QString &operand, QByteArray &output)

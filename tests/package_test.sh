@@ -11,8 +11,8 @@ wrong() { echo "FAIL: $*" && failures=$((failures + 1)); }
 unzip -q "$root"/build/Mordwell-*-"$arch.zip" -d "$work/a package"
 cd "$work/a package"/*/
 version=$(basename "$PWD" | cut -d- -f2)
-find . -type f | LC_ALL=C sort | diff - <(printf './%s\n' Mordwell.exe Qt5Core.dll README.txt check.cmd docs/{deploy,log}.md \
-    licences/LICENSE.{GPL3,LGPL3} licences/{Qt5Core,gcc-runtime,mingw-w64,zlib}.txt \
+find . -type f | LC_ALL=C sort | diff - <(printf './%s\n' Mordwell.exe Qt5Core.dll README.txt check.cmd \
+    docs/{deploy,log}.md licences/LICENSE.{GPL3,LGPL3} licences/{Qt5Core,gcc-runtime,mingw-w64,zlib}.txt \
     make-log-folder.ps1 tessark.dll) ||
     wrong "the package has other files"
 while read -r file; do

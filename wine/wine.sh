@@ -15,7 +15,7 @@ export WINEDLLOVERRIDES=netsh.exe=n
 mapfile -t loader <"$wine/loader"
 errors=$(mktemp)
 trap 'rm -f "$errors"' EXIT
-# In one of some thousand starts, Wine cannot start the program, and says so. Only then is it started again.
+# In about one of several thousand starts, Wine cannot start the program, and says so. Only then is it started again.
 for _ in 1 2; do
     exit_code=0
     "${loader[@]}" "$@" 2>"$errors" || exit_code=$?
