@@ -74,9 +74,9 @@ done <<'END'
 success|empty||0 none check
 check fails|install-fails-late||255 check check
 no right name|powershell-and-netsh-fail||104 check list
-Mordwell is killed|update-fails|during_check "$root/wine/wine.sh" "$arch" taskkill /f /im Mordwell.exe &|104 check check
+Mordwell is killed|new-interface-listed-too-late|during_check "$root/wine/wine.sh" "$arch" taskkill /f /im Mordwell.exe &|104 check check
 a marker|empty|mkdir "$marker"|103 empty older
-two at once|empty|check & during_check true|102 empty check
+two at once|new-interface-listed-too-late|check & during_check true|102 empty check
 a marker that stays|empty|during_check touch "$marker/file" &|105 empty check
 a log that cannot be opened|empty|ln -sf /nonexistent/log "$log"|255 none none
 a folder in place of the log|empty|rm "$log"; mkdir "$log"; echo "arg: 'kept'" >"$log/file"|101 none kept
