@@ -57,8 +57,8 @@ expect ". scripts/common.sh; trap 'echo exits with \$?; ls $folder' EXIT; quietl
 install -D -m 755 /dev/stdin "$folder/bin/ctest" <<<$'#!/bin/sh\nexit 8'
 expect "PATH=$folder/bin:\$PATH ./test; echo exits with \$?" "exits with 8"
 expect "./run --machine simulation/cases/empty.json" "use --case"
-expect "env -u ProgramFiles ./run --case restart-needed remove" "before:" 'VPN  ROOT\NET\0000  enabled' "devcon: exit code 1: ROOT" "Log, " \
-    "    [debug] [Halvane" "Exit code: 0" "after:" 'VPN  ROOT\NET\0000  enabled'
+expect "env -u ProgramFiles ./run --case restart-needed remove" "before:" 'VPN  ROOT\NET\0000  enabled' \
+    "devcon: exit code 1: ROOT" "Log, " "    [debug] [Halvane" "Exit code: 0" "after:" 'VPN  ROOT\NET\0000  enabled'
 # The variable names the machine. What an earlier run left there is not this run's.
 echo '{"system": {"wmic": false, "logFolder": false}, "interfaces": [{"name": "A", "hidden": true}]}' >"$MORDWELL_MACHINE"
 install -D /dev/null "$MORDWELL_MACHINE.files/log/tap-log.txt"
